@@ -1,0 +1,143 @@
+// Public interface of the HDR gain-map GPU backend: the records a host fills
+// and the result codes the library answers with.
+#ifndef HDR_GPU_BACKEND_H
+#define HDR_GPU_BACKEND_H
+
+#include <cstddef>
+#include <cstdint>
+
+// Colour gamut of the input picture; -1 means "not given".
+enum class hdr_color_gamut : int32_t {
+    HDR_COLORGAMUT_BT709 = 0,
+    HDR_COLORGAMUT_P3 = 1,
+    HDR_COLORGAMUT_BT2100 = 2,
+};
+
+// Transfer function of the input picture; -1 means "not given".
+enum class hdr_transfer_function : int32_t {
+    HDR_TF_LINEAR = 0,
+    HDR_TF_HLG = 1,
+    HDR_TF_PQ = 2,
+    HDR_TF_SRGB = 3,
+};
+
+// One generation job: the SDR main image and the gain map as three full-size
+// 8-bit planes each (Y, U, V; rows tightly packed), the gain-map metadata and
+// the output geometry. The caller owns the record and the plane memory; the
+// library copies the record and reads the planes only during the call that
+// receives them. The layout is part of the ABI.
+struct HdrInfo {
+    int32_t nMainImageWidth;
+    int32_t nMainImageHeight;
+    const uint8_t* mainImagePlanes[3];
+    int32_t nGainMapWidth;
+    int32_t nGainMapHeight;
+    const uint8_t* gainMapPlanes[3];
+    float gainMapMin[4];  // log2 units, R, G, B (the fourth is not read)
+    float gainMapMax[4];  // log2 units
+    float gamma[4];
+    float offsetSdr[4];   // linear
+    float offsetHdr[4];   // linear
+    float hdrCapacityMin; // log2 units
+    float hdrCapacityMax; // log2 units
+    // Carried, copied and logged with the record; the picture is always tuned
+    // with the set's factory parameters, never with these.
+    int32_t MDB_V1;
+    int32_t MDB_V2;
+    int32_t MDB_T1;
+    int32_t MDB_T2;
+    int32_t GAMMA_MUL;
+    int32_t GAIN_CURVE_P0;
+    int32_t GAIN_CURVE_P1;
+    int32_t GAIN_CURVE_P2;
+    int32_t GAIN_CURVE_G0;
+    int32_t GAIN_CURVE_G1;
+    int32_t GAIN_CURVE_G2;
+    int32_t gamut;        // hdr_color_gamut, or -1
+    int32_t trfn;         // hdr_transfer_function, or -1
+    int32_t outputWidth;
+    int32_t outputHeight;
+    int32_t outputRotate; // 1, 2, 3: -90, -180, -270 degrees; anything else: none
+    bool outputMirror;    // mirror horizontally
+};
+
+// Initialisation options. In the direct mode (usePBO false) the output surface
+// is surfaceWidth x surfaceHeight and the planes come with each HdrInfo; in
+// the streaming mode (usePBO true) the host writes the planes into mapped
+// pixel buffers and the output takes HdrInfo's outputWidth x outputHeight.
+struct GpuGenerateHdrInitOption {
+    int32_t surfaceWidth;
+    int32_t surfaceHeight;
+    void* eglDisplay; // EGLDisplay on which the library creates its contexts
+    bool outputYUV;   // ask for YUV output instead of RGB
+    bool usePBO;      // streaming mode
+};
+
+// Result codes of the entry points and of the engine.
+enum GpuGenerateResult : int32_t {
+    GPU_GENERATE_NO_SURFACE = -1,           // no output surface to hand out
+    GPU_GENERATE_SUCCESS = 0,
+    GPU_GENERATE_ERROR_INIT_TWICE = 1,      // initialised already on this thread
+    GPU_GENERATE_ERROR_NO_DISPLAY = 2,      // no EGL display given and none current
+    GPU_GENERATE_ERROR_NO_CONTEXT = 3,      // binding or unbinding the thread's context failed
+    GPU_GENERATE_ERROR_CREATE_CONTEXT = 4,  // EGL context creation failed
+    GPU_GENERATE_ERROR_FIRST_BIND = 5,      // first bind after context creation failed
+    GPU_GENERATE_ERROR_INIT_UNBIND = 6,     // unbind at the end of initialisation failed
+    GPU_GENERATE_ERROR_SURFACE = 7,         // output surface not created
+    GPU_GENERATE_ERROR_EGL_IMAGE = 8,       // EGL image over the output surface not made
+    GPU_GENERATE_ERROR_NO_PROGRAM = 9,      // shader program missing
+    GPU_GENERATE_ERROR_SETTINGS = 10,       // factory settings unreadable or out of range
+    GPU_GENERATE_ERROR_GL = 11,             // GL error pending or framebuffer incomplete
+    GPU_GENERATE_ERROR_CALL_ORDER = 12,     // call-order violation
+    GPU_GENERATE_ERROR_BAD_INPUT = 13,      // null record or bad input
+    GPU_GENERATE_ERROR_FENCE_WAIT = 14,     // waiting on the upload fence failed
+    GPU_GENERATE_ERROR_FENCE_TIMEOUT = 15,  // upload fence not signalled within one second
+};
+
+// The records cross the library boundary: their layout is fixed (LP64).
+static_assert(sizeof(void*) == 8, "the records' layout is defined for LP64");
+static_assert(offsetof(HdrInfo, nMainImageWidth) == 0, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, nMainImageHeight) == 4, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, mainImagePlanes) == 8, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, nGainMapWidth) == 32, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, nGainMapHeight) == 36, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gainMapPlanes) == 40, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gainMapMin) == 64, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gainMapMax) == 80, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gamma) == 96, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, offsetSdr) == 112, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, offsetHdr) == 128, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, hdrCapacityMin) == 144, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, hdrCapacityMax) == 148, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, MDB_V1) == 152, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, MDB_V2) == 156, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, MDB_T1) == 160, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, MDB_T2) == 164, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAMMA_MUL) == 168, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_P0) == 172, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_P1) == 176, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_P2) == 180, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_G0) == 184, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_G1) == 188, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_G2) == 192, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gamut) == 196, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, trfn) == 200, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, outputWidth) == 204, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, outputHeight) == 208, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, outputRotate) == 212, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, outputMirror) == 216, "HdrInfo ABI");
+static_assert(sizeof(HdrInfo) == 224 && alignof(HdrInfo) == 8, "HdrInfo ABI");
+
+static_assert(offsetof(GpuGenerateHdrInitOption, surfaceWidth) == 0, "GpuGenerateHdrInitOption ABI");
+static_assert(offsetof(GpuGenerateHdrInitOption, surfaceHeight) == 4, "GpuGenerateHdrInitOption ABI");
+static_assert(offsetof(GpuGenerateHdrInitOption, eglDisplay) == 8, "GpuGenerateHdrInitOption ABI");
+static_assert(offsetof(GpuGenerateHdrInitOption, outputYUV) == 16, "GpuGenerateHdrInitOption ABI");
+static_assert(offsetof(GpuGenerateHdrInitOption, usePBO) == 17, "GpuGenerateHdrInitOption ABI");
+static_assert(sizeof(GpuGenerateHdrInitOption) == 24 && alignof(GpuGenerateHdrInitOption) == 8,
+              "GpuGenerateHdrInitOption ABI");
+
+static_assert(sizeof(hdr_color_gamut) == 4 && sizeof(hdr_transfer_function) == 4 &&
+                  sizeof(GpuGenerateResult) == 4,
+              "enumerations are stored as int32");
+
+#endif

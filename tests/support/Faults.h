@@ -1,0 +1,40 @@
+// Fault injection for EGL and GL calls. The test executables define the
+// interposed entry points themselves, so the library's calls reach them first;
+// each fault is armed by a test and fires on the next matching call(s), after
+// which the real driver function runs again.
+#ifndef HDRGPU_TEST_FAULTS_H
+#define HDRGPU_TEST_FAULTS_H
+
+#include <EGL/egl.h>
+#include <GLES3/gl3.h>
+
+#include <string>
+
+namespace hdrtest::faults {
+
+// eglGetProcAddress(name) answers NULL while hidden.
+void HideProc(const std::string& name);
+// The next count eglMakeCurrent calls fail (EGL_FALSE) without reaching the driver.
+void FailMakeCurrent(int count = 1);
+// The next eglDestroyContext fails without destroying anything.
+void FailDestroyContext(int count = 1);
+// The next eglChooseConfig answers EGL_FALSE.
+void FailChooseConfig(int count = 1);
+// The next eglCreateContext answers EGL_NO_CONTEXT.
+void FailCreateContext(int count = 1);
+// eglGetCurrentDisplay answers EGL_NO_DISPLAY while set.
+void HideCurrentDisplay(bool hide);
+// Queues an error for glGetError to answer before the driver's own errors.
+void QueueGlError(GLenum error);
+// Queues an error for eglGetError to answer before the driver's own.
+void QueueEglError(EGLint error);
+// Number of calls that reached the interposed functions since the last Reset.
+int MakeCurrentCalls();
+int DestroyContextCalls();
+int GlGetErrorCalls();
+// Disarms every fault and clears the counters.
+void Reset();
+
+}  // namespace hdrtest::faults
+
+#endif

@@ -18,6 +18,7 @@ std::set<std::string> hiddenProcs;
 std::deque<GLenum> glErrors;
 std::deque<EGLint> eglErrors;
 std::atomic<int> makeCurrentFailures{0};
+std::atomic<int> makeCurrentSkips{0};
 std::atomic<int> destroyContextFailures{0};
 std::atomic<int> chooseConfigFailures{0};
 std::atomic<int> createContextFailures{0};
@@ -50,7 +51,11 @@ void HideProc(const std::string& name)
     std::lock_guard<std::mutex> lock(mutex);
     hiddenProcs.insert(name);
 }
-void FailMakeCurrent(int count) { makeCurrentFailures = count; }
+void FailMakeCurrent(int count, int skip)
+{
+    makeCurrentSkips = skip;
+    makeCurrentFailures = count;
+}
 void FailDestroyContext(int count) { destroyContextFailures = count; }
 void FailChooseConfig(int count) { chooseConfigFailures = count; }
 void FailCreateContext(int count) { createContextFailures = count; }
@@ -76,6 +81,7 @@ void Reset()
     glErrors.clear();
     eglErrors.clear();
     makeCurrentFailures = 0;
+    makeCurrentSkips = 0;
     destroyContextFailures = 0;
     chooseConfigFailures = 0;
     createContextFailures = 0;
@@ -107,7 +113,7 @@ __eglMustCastToProperFunctionPointerType eglGetProcAddress(const char* name)
 EGLBoolean eglMakeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read, EGLContext context)
 {
     ++makeCurrentCalls;
-    if (TakeOne(makeCurrentFailures)) {
+    if (!TakeOne(makeCurrentSkips) && TakeOne(makeCurrentFailures)) {
         return EGL_FALSE;
     }
     static const auto real =

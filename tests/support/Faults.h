@@ -14,8 +14,9 @@ namespace hdrtest::faults {
 
 // eglGetProcAddress(name) answers NULL while hidden.
 void HideProc(const std::string& name);
-// The next count eglMakeCurrent calls fail (EGL_FALSE) without reaching the driver.
-void FailMakeCurrent(int count = 1);
+// After skip more calls have gone through, the next count eglMakeCurrent
+// calls fail (EGL_FALSE) without reaching the driver.
+void FailMakeCurrent(int count = 1, int skip = 0);
 // The next eglDestroyContext fails without destroying anything.
 void FailDestroyContext(int count = 1);
 // The next eglChooseConfig answers EGL_FALSE.

@@ -65,6 +65,15 @@ std::vector<std::string> LogCapture::Texts() const
     return texts;
 }
 
+std::vector<std::string> LogCapture::Messages() const
+{
+    std::vector<std::string> messages;
+    for (const LoggedLine& line : Lines()) {
+        messages.push_back(Parse(line.text).message);
+    }
+    return messages;
+}
+
 std::string LogCapture::Stdout() const
 {
     fflush(stdout);
@@ -91,6 +100,27 @@ void LogCapture::Clear()
     lseek(captureFd_, 0, SEEK_SET);
     std::lock_guard<std::mutex> lock(mutex_);
     lines_.clear();
+}
+
+ParsedLine Parse(const std::string& text)
+{
+    ParsedLine parsed;
+    parsed.message = text;
+    const size_t colon = text.find(": ");
+    const size_t open = colon == std::string::npos ? colon : text.find('(', colon + 2);
+    const size_t close = open == std::string::npos ? open : text.find(") > ", open);
+    if (close == std::string::npos) {
+        return parsed;
+    }
+    const std::string digits = text.substr(open + 1, close - open - 1);
+    if (digits.empty() || digits.find_first_not_of("0123456789") != std::string::npos) {
+        return parsed;
+    }
+    parsed.file = text.substr(0, colon);
+    parsed.function = text.substr(colon + 2, open - colon - 2);
+    parsed.line = std::stoi(digits);
+    parsed.message = text.substr(close + 4);
+    return parsed;
 }
 
 std::string Logged(const char* file, const char* function, int line, const std::string& message)

@@ -27,6 +27,8 @@ public:
     std::vector<LoggedLine> Lines() const;
     // Texts of the logger lines, in order.
     std::vector<std::string> Texts() const;
+    // Message parts (prefix removed) of the logger lines, in order.
+    std::vector<std::string> Messages() const;
     // Standard output printed since construction.
     std::string Stdout() const;
     // Forgets everything captured so far.
@@ -40,6 +42,16 @@ private:
     int savedStdout_ = -1;
     int captureFd_ = -1;
 };
+
+// A library line taken apart: "<file>: <function>(<line>) > <message>".
+struct ParsedLine {
+    std::string file;
+    std::string function;
+    int line = -1;
+    std::string message;
+};
+// Parses text; a text without the prefix yields line -1 and the whole text as message.
+ParsedLine Parse(const std::string& text);
 
 // The logger text of a library line: "<file>: <function>(<line>) > <message>".
 std::string Logged(const char* file, const char* function, int line, const std::string& message);

@@ -20,8 +20,10 @@ typedef enum {
 } system_info_error_e;
 
 /* Reads the integer value of key into *value. Returns SYSTEM_INFO_ERROR_NONE,
- * SYSTEM_INFO_ERROR_INVALID_PARAMETER for a NULL value, or
- * SYSTEM_INFO_ERROR_NOT_SUPPORTED for a key that has no value. */
+ * SYSTEM_INFO_ERROR_INVALID_PARAMETER for a NULL value,
+ * SYSTEM_INFO_ERROR_NOT_SUPPORTED for a key that has no value, or another
+ * error code of the platform (for instance SYSTEM_INFO_ERROR_IO_ERROR) when
+ * the read fails; *value is written only on success. */
 int system_info_get_value_int(system_info_key_e key, int *value);
 
 #ifdef __cplusplus

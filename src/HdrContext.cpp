@@ -2,6 +2,11 @@
 
 #include "HdrCommon.h"
 
+#include <tbm_surface.h>
+
+#include <cstdint>
+#include <cstring>
+
 namespace {
 
 // Names of the EGL error codes 0x3000..0x300E, indexed by code - 0x3000.
@@ -179,4 +184,225 @@ bool DeleteEGLContext(EGLInfo& info)
     }
     HDR_LOG("%d ERROR: DestroyContext Fail...[%p]\n", __LINE__, info.context);
     return false;
+}
+
+// ---------------------------------------------------------------------------
+// EGL images over platform buffers.
+
+namespace {
+
+#ifdef HDRGPU_NATIVE_SURFACE_IMAGES
+bool nativeSurfaceImages = true;
+#else
+bool nativeSurfaceImages = false;
+#endif
+
+// The stand-in for an EGLImage on drivers that cannot import the surface:
+// the surface to fill and the texture whose storage holds the picture.
+struct SurfaceCopyImage {
+    tbm_surface_h surface;
+    int width;
+    int height;
+    GLuint texture;
+};
+
+void LogCreateImageError(EGLint error)
+{
+    switch (error) {
+    case EGL_BAD_DISPLAY:
+        HDR_LOG("%d ERROR: EGL_BAD_DISPLAY: Invalid EGLDisplay object\n", __LINE__);
+        break;
+    case EGL_BAD_CONTEXT:
+        HDR_LOG("%d ERROR: EGL_BAD_CONTEXT: Invalid EGLContext object\n", __LINE__);
+        break;
+    case EGL_BAD_PARAMETER:
+        HDR_LOG("%d ERROR: EGL_BAD_PARAMETER: Invalid target parameter or attribute in attrib_list\n",
+                __LINE__);
+        break;
+    case EGL_BAD_MATCH:
+        HDR_LOG("%d ERROR: EGL_BAD_MATCH: attrib_list does not match target\n", __LINE__);
+        break;
+    case EGL_BAD_ACCESS:
+        HDR_LOG("%d ERROR: EGL_BAD_ACCESS: Previously bound off-screen, or EGLImage sibling error\n",
+                __LINE__);
+        break;
+    case EGL_BAD_ALLOC:
+        HDR_LOG("%d ERROR: EGL_BAD_ALLOC: Insufficient memory is available\n", __LINE__);
+        break;
+    default:
+        break;
+    }
+}
+
+void* CreateSurfaceCopyImage(void* buffer)
+{
+    tbm_surface_h surface = static_cast<tbm_surface_h>(buffer);
+    const int width = tbm_surface_get_width(surface);
+    const int height = tbm_surface_get_height(surface);
+    const tbm_format format = tbm_surface_get_format(surface);
+    if (width < 1 || height < 1 ||
+        (format != TBM_FORMAT_RGBA8888 && format != TBM_FORMAT_ABGR8888)) {
+        return nullptr;  // what EGL reports as EGL_BAD_PARAMETER
+    }
+    return new SurfaceCopyImage{surface, width, height, 0};
+}
+
+// GL writes R, G, B, A; an RA24 surface holds A, B, G, R: reverse each
+// pixel's four bytes, in place, one pass over each row.
+void ReversePixelBytes(unsigned char* row, int width)
+{
+    for (int x = 0; x < width; ++x) {
+        uint32_t pixel;
+        std::memcpy(&pixel, row + 4 * x, 4);
+        pixel = __builtin_bswap32(pixel);
+        std::memcpy(row + 4 * x, &pixel, 4);
+    }
+}
+
+}  // namespace
+
+bool UsesNativeSurfaceImages()
+{
+    return nativeSurfaceImages;
+}
+
+void SetNativeSurfaceImages(bool native)
+{
+    nativeSurfaceImages = native;
+}
+
+void* CreateImageKHR(EGLInfo& info, void* buffer, const int* attribs)
+{
+    (void)attribs;  // never forwarded: images are made with no attribute list
+    HDR_LOG("CreateImageKHR start");
+    void* image = nullptr;
+    if (nativeSurfaceImages) {
+        image = info.eglCreateImageKHRProc(info.display, EGL_NO_CONTEXT, NATIVE_SURFACE_IMAGE_TARGET,
+                                           static_cast<EGLClientBuffer>(buffer), nullptr);
+        if (image == nullptr) {
+            LogCreateImageError(eglGetError());
+        }
+    } else {
+        image = CreateSurfaceCopyImage(buffer);
+        if (image == nullptr) {
+            LogCreateImageError(EGL_BAD_PARAMETER);
+        }
+    }
+    HDR_LOG("CreateImageKHR end");
+    return image;
+}
+
+void DestroyImageKHR(EGLInfo& info, void* image)
+{
+    HDR_LOG("DestroyImageKHR start");
+    if (image != nullptr) {
+        if (!nativeSurfaceImages) {
+            delete static_cast<SurfaceCopyImage*>(image);
+        } else if (info.eglDestroyImageKHRProc(info.display, image) == EGL_FALSE) {
+            switch (eglGetError()) {
+            case EGL_BAD_DISPLAY:
+                HDR_LOG("%d ERROR: EGL_BAD_DISPLAY: Invalid EGLDisplay object\n", __LINE__);
+                break;
+            case EGL_BAD_PARAMETER:
+                HDR_LOG("%d ERROR: EGL_BAD_PARAMETER: eglImage is not a valid EGLImageKHR object created "
+                        "with respect to EGLDisplay\n",
+                        __LINE__);
+                break;
+            case EGL_BAD_ACCESS:
+                HDR_LOG("%d ERROR: EGL_BAD_ACCESS: EGLImage sibling error\n", __LINE__);
+                break;
+            default:
+                break;
+            }
+        }
+    }
+    HDR_LOG("DestroyImageKHR end");
+}
+
+void TargetTextureKHR(EGLInfo& info, void* image)
+{
+    HDR_LOG("TargetTextureKHR start");
+    if (image != nullptr) {
+        if (nativeSurfaceImages) {
+            info.glEGLImageTargetTexture2DOESProc(GL_TEXTURE_2D, static_cast<GLeglImageOES>(image));
+        } else {
+            auto* copyImage = static_cast<SurfaceCopyImage*>(image);
+            GLint bound = 0;
+            glGetIntegerv(GL_TEXTURE_BINDING_2D, &bound);
+            copyImage->texture = static_cast<GLuint>(bound);
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, copyImage->width, copyImage->height, 0, GL_RGBA,
+                         GL_UNSIGNED_BYTE, nullptr);
+        }
+        const GLenum error = glGetError();
+        if (error != GL_NO_ERROR) {
+            // The conversion reads "%0x" then the characters "04x".
+            HDR_LOG("%d ERROR: glEGLImageTargetTexture2DOES returned error %0x04x\n", __LINE__, error);
+        } else {
+            HDR_LOG("glEGLImageTargetTexture2DOES success >>>>>>>>>>");
+        }
+    }
+    HDR_LOG("TargetTextureKHR end");
+}
+
+void* PrepareTBMEglTexture(EGLInfo& info, int buffer, const void* image)
+{
+    HDR_LOG("PrepareTBMEglTexture start");
+    if (buffer == 0) {
+        HDR_LOG("PrepareTBMEglTexture end");
+        return nullptr;
+    }
+    void* result = const_cast<void*>(image);
+    if (result == nullptr) {
+        const intptr_t widened = buffer;  // sign extension back to pointer width
+        result = CreateImageKHR(info, reinterpret_cast<void*>(widened), nullptr);
+        if (result == nullptr) {
+            return nullptr;
+        }
+    }
+    TargetTextureKHR(info, result);
+    HDR_LOG("Call success end");
+    return result;
+}
+
+bool CopyImageToSurface(void* image, GLuint framebuffer)
+{
+    if (nativeSurfaceImages) {
+        return true;  // the surface is the texture's storage
+    }
+    auto* copyImage = static_cast<SurfaceCopyImage*>(image);
+    if (copyImage == nullptr) {
+        HDR_LOG("%d ERROR: no output image\n", __LINE__);
+        return false;
+    }
+    tbm_surface_info_s info;
+    if (tbm_surface_map(copyImage->surface, TBM_SURF_OPTION_WRITE, &info) != TBM_SURFACE_ERROR_NONE) {
+        HDR_LOG("%d ERROR: tbm_surface_map failed\n", __LINE__);
+        return false;
+    }
+    const tbm_surface_plane_s& plane = info.planes[0];
+    const int width = copyImage->width;
+    const int height = copyImage->height;
+    if (plane.stride % 4 != 0 || plane.stride / 4 < static_cast<uint32_t>(width) ||
+        static_cast<uint64_t>(plane.stride) * static_cast<uint64_t>(height) > plane.size) {
+        HDR_LOG("%d ERROR: surface layout (stride %u, size %u) does not hold %d x %d pixels\n", __LINE__,
+                plane.stride, plane.size, width, height);
+        tbm_surface_unmap(copyImage->surface);
+        return false;
+    }
+
+    // GL writes the rows straight into the surface, its stride as row length.
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, framebuffer);
+    glPixelStorei(GL_PACK_ALIGNMENT, 4);
+    glPixelStorei(GL_PACK_ROW_LENGTH, static_cast<GLint>(plane.stride / 4));
+    glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, plane.ptr);
+    glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
+    const bool ok = GL_error_check();
+    if (ok && info.format == TBM_FORMAT_RGBA8888) {
+        for (int y = 0; y < height; ++y) {
+            ReversePixelBytes(plane.ptr + static_cast<size_t>(y) * plane.stride, width);
+        }
+    }
+    tbm_surface_unmap(copyImage->surface);
+    return ok;
 }

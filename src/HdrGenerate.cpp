@@ -1,0 +1,612 @@
+// The generation engine: its construction, initialisation and teardown, the
+// gain-map program's registration, the input upload (direct and streaming)
+// and the output target.
+//
+// Texture units: plane i is always sampled from unit GL_TEXTURE0 + i, and
+// Draw binds no texture. Every upload therefore binds a plane's texture on
+// that plane's own unit and leaves it there; the output texture is handled
+// on a unit of its own (kOutputTextureUnit), so that nothing done between
+// two draws takes a plane's texture off its unit.
+#include "HdrGenerate.h"
+
+#include "HdrCommon.h"
+#include "HdrContext.h"
+#include "HdrGenerateShaders.h"
+#include "HdrRender.h"
+#include "TSShaderManager.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+HdrGenerate* HdrGenerate::pInstance = nullptr;
+
+namespace {
+
+constexpr GLenum kOutputTextureUnit = GL_TEXTURE0 + DATA_TYPE_COUNT;
+
+// Two triangles over the clip square, (x, y, z, u, v) per vertex.
+const float kQuadVertices[30] = {
+    -1.0f, 1.0f,  0.0f, 0.0f, 1.0f,
+    -1.0f, -1.0f, 0.0f, 0.0f, 0.0f,
+    1.0f,  -1.0f, 0.0f, 1.0f, 0.0f,
+    -1.0f, 1.0f,  0.0f, 0.0f, 1.0f,
+    1.0f,  -1.0f, 0.0f, 1.0f, 0.0f,
+    1.0f,  1.0f,  0.0f, 1.0f, 1.0f,
+};
+
+// Uniform slots 0..20 of the gain-map program, in registration order.
+const char* const kUniformNames[] = {
+    "u_MainYSampler", "u_MainUSampler", "u_MainVSampler", "u_gainmapYSampler", "u_gainmapUSampler",
+    "u_gainmapVSampler", "logRatioMin", "logRatioMax", "gainmapGamma", "epsilonSdr", "epsilonHdr",
+    "W", "noGamma", "outputGamutTransform", "trfn_inv", "curve_gain_point", "curve_gain_grad",
+    "bOutputYUV", "inputTrfnType", "in_trfn", "rotateMatrix",
+};
+
+// w x h as the 32-bit signed product the upload works with, wrapping like
+// the hardware's arithmetic instead of overflowing.
+int32_t Product32(int32_t width, int32_t height)
+{
+    return static_cast<int32_t>(static_cast<uint32_t>(width) * static_cast<uint32_t>(height));
+}
+
+void SetSamplingParameters()
+{
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+}
+
+}  // namespace
+
+HdrGenerate::HdrGenerate()
+    : isGenerated(false),
+      isAplPending(false),
+      initOption{1920, 1080, nullptr, true, false},
+      hdrInfo(),
+      hasTextureStorage(false),
+      textureSizes{0, 0, 0, 0},
+      shaderManager(nullptr),
+      outputTexture(0),
+      vertexBuffer(0),
+      vertexArray(0),
+      indexBuffer(0),
+      framebuffer(0),
+      inputTextures{0, 0, 0, 0, 0, 0},
+      mappedPlanes{nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
+      pixelBuffers{0, 0, 0, 0, 0, 0},
+      uploadFence(nullptr),
+      factoryParameter(),
+      tbmSurface(nullptr),
+      eglImage(nullptr),
+      apl(0),
+      quadVertices(std::begin(kQuadVertices), std::end(kQuadVertices)),
+      quadIndices{0, 1, 2, 3, 4, 5},
+      outputYUV(true),
+      isInfoReady(false),
+      isPboIdle(true),
+      streamedSizes{},
+      mappedBytes{},
+      currentPlane(-1)
+{
+    const float gainMapMin[4] = {1.0f, 1.0f, 1.0f, 1.0f};
+    const float gainMapMax[4] = {2.0f, 2.0f, 2.0f, 1.0f};
+    const float gamma[4] = {1.0f, 1.0f, 1.0f, 1.0f};
+    const float offset[4] = {0.0f, 0.0f, 0.0f, 1.0f};
+    std::memcpy(hdrInfo.gainMapMin, gainMapMin, sizeof gainMapMin);
+    std::memcpy(hdrInfo.gainMapMax, gainMapMax, sizeof gainMapMax);
+    std::memcpy(hdrInfo.gamma, gamma, sizeof gamma);
+    std::memcpy(hdrInfo.offsetSdr, offset, sizeof offset);
+    std::memcpy(hdrInfo.offsetHdr, offset, sizeof offset);
+    hdrInfo.MDB_V1 = factoryParameter.MDB_V1;
+    hdrInfo.MDB_V2 = factoryParameter.MDB_V2;
+    hdrInfo.MDB_T1 = factoryParameter.MDB_T1;
+    hdrInfo.MDB_T2 = factoryParameter.MDB_T2;
+    hdrInfo.GAMMA_MUL = factoryParameter.GAMMA_MUL;
+    hdrInfo.GAIN_CURVE_P0 = factoryParameter.GAIN_CURVE_P0;
+    hdrInfo.GAIN_CURVE_P1 = factoryParameter.GAIN_CURVE_P1;
+    hdrInfo.GAIN_CURVE_P2 = factoryParameter.GAIN_CURVE_P2;
+    hdrInfo.GAIN_CURVE_G0 = factoryParameter.GAIN_CURVE_G0;
+    hdrInfo.GAIN_CURVE_G1 = factoryParameter.GAIN_CURVE_G1;
+    hdrInfo.GAIN_CURVE_G2 = factoryParameter.GAIN_CURVE_G2;
+    hdrInfo.gamut = static_cast<int32_t>(hdr_color_gamut::HDR_COLORGAMUT_BT709);
+    hdrInfo.trfn = static_cast<int32_t>(hdr_transfer_function::HDR_TF_SRGB);
+    hdrInfo.outputWidth = 1920;
+    hdrInfo.outputHeight = 1080;
+}
+
+// Binds no context: GL names go on whatever context is current.
+HdrGenerate::~HdrGenerate()
+{
+    delete shaderManager;
+    shaderManager = nullptr;
+
+    if (indexBuffer != 0) {
+        glDeleteBuffers(1, &indexBuffer);
+    }
+    if (vertexBuffer != 0) {
+        glDeleteBuffers(1, &vertexBuffer);
+    }
+    if (vertexArray != 0) {
+        glDeleteVertexArrays(1, &vertexArray);
+    }
+    if (framebuffer != 0) {
+        glDeleteFramebuffers(1, &framebuffer);
+    }
+    if (uploadFence != nullptr && !isPboIdle) {
+        glDeleteSync(uploadFence);  // issued and never waited on
+    }
+    glDeleteBuffers(DATA_TYPE_COUNT, pixelBuffers);
+    glDeleteTextures(DATA_TYPE_COUNT, inputTextures);
+    // outputTexture is left to the context, which goes right after the engine.
+
+    planeSamplers.clear();
+    planeTable.clear();
+
+    HdrRender* render = HdrRender::GetInstance();
+    HdrRender::HdrContext* context = render->findContext();
+    if (context != render->ContextsEnd()) {
+        DestroyImageKHR(context->egl, eglImage);
+    }
+    tbm_surface_destroy(tbmSurface);
+}
+
+HdrGenerate* HdrGenerate::GetInstance()
+{
+    if (pInstance == nullptr) {
+        pInstance = new HdrGenerate();
+    }
+    return pInstance;
+}
+
+void HdrGenerate::DestroyInstance()
+{
+    if (pInstance != nullptr) {
+        delete pInstance;
+        pInstance = nullptr;
+    }
+}
+
+int HdrGenerate::Init()
+{
+    HDR_LOG("HdrGenerate::Init start");
+    SetupShaders();  // a failure shows as program 0 at the first use
+    glUseProgram(shaderManager->GetProgram());
+
+    glGenVertexArrays(1, &vertexArray);
+    glGenBuffers(1, &vertexBuffer);
+    glGenBuffers(1, &indexBuffer);
+    glBindVertexArray(vertexArray);
+    glBindBuffer(GL_ARRAY_BUFFER, vertexBuffer);
+    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(quadVertices.size() * sizeof(float)),
+                 quadVertices.data(), GL_STATIC_DRAW);
+    glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, indexBuffer);
+    glBufferData(GL_ELEMENT_ARRAY_BUFFER, sizeof quadIndices, quadIndices, GL_STATIC_DRAW);
+
+    const GLuint position = static_cast<GLuint>(attribLocations["POSITION"]);
+    glVertexAttribPointer(position, 3, GL_FLOAT, GL_FALSE, 5 * sizeof(float), nullptr);
+    glEnableVertexAttribArray(position);
+    const GLuint texcoord = static_cast<GLuint>(attribLocations["TEXCOORD_0"]);
+    glVertexAttribPointer(texcoord, 2, GL_FLOAT, GL_FALSE, 5 * sizeof(float),
+                          reinterpret_cast<const void*>(3 * sizeof(float)));
+    glEnableVertexAttribArray(texcoord);
+
+    // Planes are tightly packed 8-bit rows of any width.
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+
+    if (initOption.usePBO) {
+        InitPBOTextures();
+    } else {
+        InitTextures();
+    }
+    if (!GL_error_check()) {
+        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+        return GPU_GENERATE_ERROR_GL;
+    }
+
+    glActiveTexture(kOutputTextureUnit);
+    glGenTextures(1, &outputTexture);
+    glBindTexture(GL_TEXTURE_2D, outputTexture);
+    glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    glBindTexture(GL_TEXTURE_2D, 0);
+
+    // The streaming mode makes its surface when the first metadata arrives.
+    if (!initOption.usePBO && updateTBM() != GPU_GENERATE_SUCCESS) {
+        HDR_LOG("%d ERROR: updateTBM error\n", __LINE__);
+        return GPU_GENERATE_ERROR_SURFACE;
+    }
+
+    const int result = UpdateTexUniform();
+    HDR_LOG("HdrGenerate::Init end");
+    return result;
+}
+
+int HdrGenerate::getHdrTBMSurface()
+{
+    // Narrowed to 32 bits on purpose: that is what the public interface hands out.
+    return static_cast<int>(reinterpret_cast<intptr_t>(tbmSurface));
+}
+
+void HdrGenerate::saveToFile() {}
+
+bool HdrGenerate::SetupShaders()
+{
+    if (shaderManager == nullptr) {
+        shaderManager = new Tessara::TSShaderManager();
+    }
+    shaderManager->CreateProgram(kGainMapVertexShader, kGainMapFragmentShader);
+    if (shaderManager->GetProgram() == 0) {
+        return false;
+    }
+
+    shaderManager->AddAttribute(0, "aPosition");
+    shaderManager->AddAttribute(1, "aTexcoord");
+    const int uniformCount = static_cast<int>(std::size(kUniformNames));
+    for (int slot = 0; slot < uniformCount; ++slot) {
+        shaderManager->AddUniform(slot, kUniformNames[slot]);
+    }
+
+    attribLocations["POSITION"] = shaderManager->GetAttribute(0);
+    attribLocations["TEXCOORD_0"] = shaderManager->GetAttribute(1);
+    for (int slot = 0; slot < uniformCount; ++slot) {
+        uniformLocations[kUniformNames[slot]] = shaderManager->GetUniform(slot);
+    }
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        planeSamplers[plane] = kUniformNames[plane];
+    }
+    return true;
+}
+
+int HdrGenerate::UpdateTexUniform()
+{
+    HDR_LOG("HdrGenerate::UpdateTexUniform start");
+    const GLuint program = shaderManager != nullptr ? shaderManager->GetProgram() : 0;
+    if (program == 0) {
+        return GPU_GENERATE_ERROR_NO_PROGRAM;
+    }
+    glUseProgram(program);
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        glActiveTexture(GL_TEXTURE0 + plane);
+        glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
+        const std::string& sampler = planeSamplers[plane];
+        glUniform1i(uniformLocations[sampler], plane);
+        if (!GL_error_check()) {
+            HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+            return GPU_GENERATE_ERROR_GL;
+        }
+        HDR_LOG("HdrGenerate::UpdateTexUniform: %s, %d", sampler.c_str(), plane);
+    }
+    // Each plane's texture stays on its unit: Draw binds none.
+    HDR_LOG("HdrGenerate::UpdateTexUniform end");
+    return GPU_GENERATE_SUCCESS;
+}
+
+void HdrGenerate::InitTextures()
+{
+    HDR_LOG("HdrGenerate::InitTextures start");
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        glActiveTexture(GL_TEXTURE0 + plane);
+        glGenTextures(1, &inputTextures[plane]);
+        glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
+        if (hasTextureStorage) {
+            const int* size = plane < GAINMAP_Y ? &textureSizes[0] : &textureSizes[2];
+            glTexStorage2D(GL_TEXTURE_2D, 1, GL_R8, size[0], size[1]);
+        }
+        SetSamplingParameters();
+    }
+    HDR_LOG("HdrGenerate::InitTextures end");
+}
+
+void HdrGenerate::InitPBOTextures()
+{
+    // Logs the same lines as the direct mode's initialisation.
+    HDR_LOG("HdrGenerate::InitTextures start");
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        glGenBuffers(1, &pixelBuffers[plane]);
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
+        glGenTextures(1, &inputTextures[plane]);
+        glActiveTexture(GL_TEXTURE0 + plane);
+        glUniform1i(uniformLocations[planeSamplers[plane]], plane);
+        glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
+        SetSamplingParameters();
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
+    }
+    HDR_LOG("HdrGenerate::InitTextures end");
+}
+
+int32_t HdrGenerate::ComputeApl(const uint8_t* plane, int32_t available, int width, int height)
+{
+    int32_t count = Product32(width, height);
+    if (count > available) {
+        // Never read past what the plane holds.
+        HDR_LOG("%d ERROR: APL over %d bytes, only %d available\n", __LINE__, count, available);
+        count = available;
+    }
+    uint64_t sum = 0;
+    int32_t level = 0;
+    if (count >= 1 && plane != nullptr) {
+        for (int32_t i = 0; i < count; ++i) {
+            sum += plane[i];
+        }
+        level = static_cast<int32_t>(static_cast<int64_t>(sum) / count);
+    }
+    HDR_LOG("Calculate APL = %d, apl = %llu, w = %d, h = %d", level, static_cast<unsigned long long>(sum), width,
+            height);
+    return level;
+}
+
+int HdrGenerate::UpdateTextures()
+{
+    HDR_LOG("HdrGenerate::UpdateTextures start");
+    if (hdrInfo.nMainImageWidth < 1 || hdrInfo.nMainImageHeight < 1 || hdrInfo.nGainMapWidth < 1 ||
+        hdrInfo.nGainMapHeight < 1) {
+        HDR_LOG("%d ERROR: Input data's size is wrong\n", __LINE__);
+        return GPU_GENERATE_ERROR_BAD_INPUT;
+    }
+
+    if (initOption.usePBO) {
+        // The planes reached their textures through UpdateDataEnd; prepare
+        // the buffers for the next picture.
+        HDR_LOG("optimized !!!!!!!!!!!!!!!!!!!!!!!!\n");
+        UpdatePBOs();
+    } else {
+        for (const uint8_t* data : {hdrInfo.mainImagePlanes[0], hdrInfo.mainImagePlanes[1],
+                                    hdrInfo.mainImagePlanes[2], hdrInfo.gainMapPlanes[0],
+                                    hdrInfo.gainMapPlanes[1], hdrInfo.gainMapPlanes[2]}) {
+            if (data == nullptr) {
+                HDR_LOG("%d ERROR: Input date is nullptr\n", __LINE__);
+                return GPU_GENERATE_ERROR_BAD_INPUT;
+            }
+        }
+        for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+            glActiveTexture(GL_TEXTURE0 + plane);
+            glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
+            const bool isMain = plane < GAINMAP_Y;
+            DataInfo& entry = planeTable[plane];
+            entry.data = isMain ? hdrInfo.mainImagePlanes[plane] : hdrInfo.gainMapPlanes[plane - GAINMAP_Y];
+            entry.width = isMain ? hdrInfo.nMainImageWidth : hdrInfo.nGainMapWidth;
+            entry.height = isMain ? hdrInfo.nMainImageHeight : hdrInfo.nGainMapHeight;
+            if (entry.data == nullptr) {
+                HDR_LOG("%d No data\n", __LINE__);
+                return GPU_GENERATE_ERROR_BAD_INPUT;
+            }
+            if (hasTextureStorage) {
+                glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, entry.width, entry.height, GL_RED, GL_UNSIGNED_BYTE,
+                                entry.data);
+            } else {
+                glTexImage2D(GL_TEXTURE_2D, 0, GL_RED, entry.width, entry.height, 0, GL_RED, GL_UNSIGNED_BYTE,
+                             entry.data);
+            }
+            if (!GL_error_check()) {
+                HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+                return GPU_GENERATE_ERROR_GL;
+            }
+        }
+        const DataInfo& luma = planeTable[MAIN_Y];
+        apl = ComputeApl(luma.data, Product32(luma.width, luma.height), luma.width, luma.height);
+    }
+    HDR_LOG("HdrGenerate::UpdateTextures end");
+    return GPU_GENERATE_SUCCESS;
+}
+
+void HdrGenerate::UpdatePBOs()
+{
+    HDR_LOG("HdrGenerate::UpdatePBOs start");
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        const bool isMain = plane < GAINMAP_Y;
+        const int32_t width = isMain ? hdrInfo.nMainImageWidth : hdrInfo.nGainMapWidth;
+        const int32_t height = isMain ? hdrInfo.nMainImageHeight : hdrInfo.nGainMapHeight;
+        const int32_t bytes = Product32(width, height);
+
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
+        glBufferData(GL_PIXEL_UNPACK_BUFFER, bytes, nullptr, GL_STREAM_DRAW);
+        glActiveTexture(GL_TEXTURE0 + plane);
+        glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
+        // A texture already of this size keeps what it holds: it is the
+        // picture just streamed, not yet drawn. Re-defining it from the new,
+        // undefined buffer would lose it on drivers that do not recycle
+        // buffer storage.
+        if (streamedSizes[plane][0] != width || streamedSizes[plane][1] != height) {
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_RED, width, height, 0, GL_RED, GL_UNSIGNED_BYTE, nullptr);
+            streamedSizes[plane][0] = width;
+            streamedSizes[plane][1] = height;
+        }
+        mappedPlanes[plane] =
+            static_cast<uint8_t*>(glMapBufferRange(GL_PIXEL_UNPACK_BUFFER, 0, bytes, GL_MAP_WRITE_BIT));
+        mappedBytes[plane] = mappedPlanes[plane] != nullptr ? bytes : 0;
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
+    }
+    isAplPending = false;
+
+    HDR_LOG("HdrGenerate::UpdatePBOs glFenceSync");
+    if (!isPboIdle && uploadFence != nullptr) {
+        glDeleteSync(uploadFence);  // replaced before anyone waited on it
+    }
+    uploadFence = glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
+    if (!GL_error_check()) {
+        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+    }
+    glFlush();
+    isPboIdle = false;
+    HDR_LOG("HdrGenerate::UpdatePBOs end");
+}
+
+int HdrGenerate::UpdatePBOsFinished()
+{
+    HDR_LOG("HdrGenerate::UpdatePBOsFinished start");
+    if (uploadFence == nullptr) {
+        return GPU_GENERATE_SUCCESS;
+    }
+    int result = GPU_GENERATE_SUCCESS;
+    switch (glClientWaitSync(uploadFence, GL_SYNC_FLUSH_COMMANDS_BIT, 1000000000ull)) {
+    case GL_WAIT_FAILED:
+        HDR_LOG("%d ERROR: UpdatePBOsFinished faild\n", __LINE__);
+        result = GPU_GENERATE_ERROR_FENCE_WAIT;
+        break;
+    case GL_TIMEOUT_EXPIRED:
+        HDR_LOG("%d ERROR: UpdatePBOsFinished timeout\n", __LINE__);
+        result = GPU_GENERATE_ERROR_FENCE_TIMEOUT;
+        break;
+    case GL_ALREADY_SIGNALED:
+    case GL_CONDITION_SATISFIED:
+        HDR_LOG("UpdatePBOsFinished success\n");
+        break;
+    default:
+        break;
+    }
+    // The handle is kept after deletion; isPboIdle guards against a second wait.
+    glDeleteSync(uploadFence);
+    if (!GL_error_check()) {
+        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+    }
+    HDR_LOG("HdrGenerate::UpdatePBOsFinished end");
+    return result;
+}
+
+bool HdrGenerate::UpdateDataBegin(int plane)
+{
+    if (plane < 0 || plane >= DATA_TYPE_COUNT) {
+        HDR_LOG("%d ERROR: no such plane: %d\n", __LINE__, plane);
+        return false;
+    }
+    const GLuint program = shaderManager != nullptr ? shaderManager->GetProgram() : 0;
+    if (program == 0) {
+        return false;
+    }
+    if (!HdrRender::GetInstance()->Bind()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return false;
+    }
+    glUseProgram(program);
+    if (!isPboIdle) {
+        if (UpdatePBOsFinished() != GPU_GENERATE_SUCCESS) {
+            return false;  // the context stays bound
+        }
+        isPboIdle = true;
+    }
+    glActiveTexture(GL_TEXTURE0 + plane);
+    glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
+    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
+    currentPlane = plane;
+    if (!GL_error_check()) {
+        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+        return false;
+    }
+    if (plane == MAIN_Y) {
+        isAplPending = true;
+    }
+    return true;
+}
+
+bool HdrGenerate::UpdateDataEnd(int width, int height)
+{
+    if (isAplPending) {
+        apl = ComputeApl(mappedPlanes[MAIN_Y], mappedBytes[MAIN_Y], width, height);
+        isAplPending = false;
+    }
+    glUnmapBuffer(GL_PIXEL_UNPACK_BUFFER);
+    if (currentPlane >= 0) {
+        // The mapping is gone with the unmap; the next metadata intake maps anew.
+        mappedPlanes[currentPlane] = nullptr;
+        mappedBytes[currentPlane] = 0;
+        currentPlane = -1;
+    }
+    // From the bound buffer: the data argument is an offset into it.
+    glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_RED, GL_UNSIGNED_BYTE, nullptr);
+    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
+    if (!GL_error_check()) {
+        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+        return false;
+    }
+    if (!HdrRender::GetInstance()->Unbind()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return false;
+    }
+    return true;
+}
+
+int HdrGenerate::updateTBM()
+{
+    HDR_LOG("updateTBM start");
+    HdrRender* render = HdrRender::GetInstance();
+    HdrRender::HdrContext* context = render->findContext();
+    if (context == render->ContextsEnd()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return GPU_GENERATE_ERROR_NO_CONTEXT;
+    }
+
+    DestroyImageKHR(context->egl, eglImage);
+    eglImage = nullptr;
+    tbm_surface_destroy(tbmSurface);
+    tbmSurface = nullptr;
+
+    glActiveTexture(kOutputTextureUnit);
+    glBindTexture(GL_TEXTURE_2D, outputTexture);
+    int width;
+    int height;
+    if (initOption.usePBO) {
+        width = hdrInfo.outputWidth;
+        height = hdrInfo.outputHeight;
+        HDR_LOG("Create new tbm surface PBO {%d x %d} >>>>>>>>>>>>>>>>>>>>>>>>>", width, height);
+    } else {
+        width = initOption.surfaceWidth;
+        height = initOption.surfaceHeight;
+        HDR_LOG("Create new tbm surface {%d x %d} >>>>>>>>>>>>>>>>>>>>>>>>>", width, height);
+    }
+    tbmSurface = tbm_surface_create(width, height, TBM_FORMAT_RGBA8888);
+    if (tbmSurface == nullptr) {
+        return GPU_GENERATE_ERROR_SURFACE;
+    }
+
+    eglImage = PrepareTBMEglTexture(context->egl, static_cast<int>(reinterpret_cast<intptr_t>(tbmSurface)),
+                                    nullptr);
+    if (eglImage == nullptr) {
+        HDR_LOG("%d ERROR: PrepareTBMEglTexture fail\n", __LINE__);
+        return GPU_GENERATE_ERROR_EGL_IMAGE;
+    }
+    HDR_LOG("EGL image handle = %p>>.", eglImage);
+
+    if (framebuffer != 0) {
+        glDeleteFramebuffers(1, &framebuffer);
+    }
+    glBindTexture(GL_TEXTURE_2D, 0);
+    glGenFramebuffers(1, &framebuffer);
+    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, outputTexture, 0);
+
+    switch (glCheckFramebufferStatus(GL_FRAMEBUFFER)) {
+    case GL_FRAMEBUFFER_COMPLETE:
+        glClearColor(0.0f, 0.0f, 0.0f, 1.0f);
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        HDR_LOG("updateTBM end");
+        return GPU_GENERATE_SUCCESS;
+    case GL_FRAMEBUFFER_UNDEFINED:
+        HDR_SECURE_LOG("[SECURE_LOG] GL_FRAMEBUFFER_UNDEFINED");
+        break;
+    case GL_FRAMEBUFFER_INCOMPLETE_ATTACHMENT:
+        HDR_SECURE_LOG("[SECURE_LOG] GL_FRAMEBUFFER_INCOMPLETE_ATTACHMENT");
+        break;
+    case GL_FRAMEBUFFER_INCOMPLETE_MISSING_ATTACHMENT:
+        HDR_SECURE_LOG("[SECURE_LOG] GL_FRAMEBUFFER_INCOMPLETE_MISSING_ATTACHMENT");
+        break;
+    case GL_FRAMEBUFFER_UNSUPPORTED:
+        HDR_SECURE_LOG("[SECURE_LOG] GL_FRAMEBUFFER_UNSUPPORTED");
+        break;
+    case GL_FRAMEBUFFER_INCOMPLETE_MULTISAMPLE:
+        HDR_SECURE_LOG("[SECURE_LOG] GL_FRAMEBUFFER_INCOMPLETE_MULTISAMPLE");
+        break;
+    default:
+        HDR_SECURE_LOG("[SECURE_LOG] GL_FRAMEBUFFER_ERROR_UNKNOWN");
+        break;
+    }
+    return GPU_GENERATE_ERROR_GL;
+}
+
+bool HdrGenerate::CopyOutputToSurface()
+{
+    return CopyImageToSurface(eglImage, framebuffer);
+}

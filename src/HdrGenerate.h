@@ -1,0 +1,118 @@
+// The generation engine: one process-wide object that owns every GL object of
+// the gain-map pass, the output surface with its image, and the stored copies
+// of the host's option record and metadata.
+#ifndef HDR_GENERATE_H
+#define HDR_GENERATE_H
+
+#include "HdrFactorySettings.h"
+#include "HdrGpuBackend.h"
+
+#include <GLES3/gl3.h>
+#include <tbm_surface.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Tessara {
+class TSShaderManager;
+}
+
+// The six input planes; also their texture units and the index of every
+// per-plane array.
+enum DataType : int32_t {
+    MAIN_Y = 0,
+    MAIN_U = 1,
+    MAIN_V = 2,
+    GAINMAP_Y = 3,
+    GAINMAP_U = 4,
+    GAINMAP_V = 5,
+    DATA_TYPE_COUNT = 6,
+};
+
+// What the direct-mode upload took for one plane.
+struct DataInfo {
+    const uint8_t* data;
+    int32_t width;
+    int32_t height;
+};
+
+class HdrGenerate {
+public:
+    static HdrGenerate* GetInstance();
+    static void DestroyInstance();
+
+    int Init();
+    int getHdrTBMSurface();
+    void saveToFile();
+
+    // Gain-map program and its registration.
+    bool SetupShaders();
+    int UpdateTexUniform();
+
+    // Input upload.
+    void InitTextures();
+    void InitPBOTextures();
+    int UpdateTextures();
+    void UpdatePBOs();
+    int UpdatePBOsFinished();
+    bool UpdateDataBegin(int plane);
+    bool UpdateDataEnd(int width, int height);
+
+    // Output target.
+    int updateTBM();
+    // Puts the finished picture into the output surface where the driver
+    // cannot render into it directly; returns false on a GL error.
+    bool CopyOutputToSurface();
+
+    bool isGenerated;
+    bool isAplPending;
+    GpuGenerateHdrInitOption initOption;
+    HdrInfo hdrInfo;
+    bool hasTextureStorage;
+    int32_t textureSizes[4];
+    Tessara::TSShaderManager* shaderManager;
+    std::map<std::string, int32_t> attribLocations;
+    std::map<std::string, int32_t> uniformLocations;
+    GLuint outputTexture;
+    GLuint vertexBuffer;
+    GLuint vertexArray;
+    GLuint indexBuffer;
+    GLuint framebuffer;
+    GLuint inputTextures[DATA_TYPE_COUNT];
+    std::map<int32_t, DataInfo> planeTable;
+    std::map<int32_t, std::string> planeSamplers;
+    uint8_t* mappedPlanes[DATA_TYPE_COUNT];
+    GLuint pixelBuffers[DATA_TYPE_COUNT];
+    GLsync uploadFence;
+    HdrFactorySettings::Parameter factoryParameter;
+    tbm_surface_h tbmSurface;
+    void* eglImage;
+    int32_t apl;
+    std::vector<float> quadVertices;
+    uint32_t quadIndices[6];
+    bool outputYUV;
+    bool isInfoReady;
+    bool isPboIdle;
+
+    // Streaming-mode bookkeeping: the size each plane's texture and buffer
+    // were last defined with, and the plane between Begin and End.
+    int32_t streamedSizes[DATA_TYPE_COUNT][2];
+    int32_t mappedBytes[DATA_TYPE_COUNT];
+    int32_t currentPlane;
+
+    static HdrGenerate* pInstance;
+
+private:
+    HdrGenerate();
+    ~HdrGenerate();
+    HdrGenerate(const HdrGenerate&) = delete;
+    HdrGenerate& operator=(const HdrGenerate&) = delete;
+
+    // Average of the first width x height bytes of plane (never more than
+    // available); logs the result.
+    int32_t ComputeApl(const uint8_t* plane, int32_t available, int width, int height);
+};
+
+#endif

@@ -1,0 +1,138 @@
+#include "EngineHarness.h"
+
+#include "HdrGenerate.h"
+#include "HdrRender.h"
+#include "TSShaderManager.h"
+
+#include <GLES3/gl3.h>
+#include <tbm_surface.h>
+
+#include <cstring>
+
+namespace hdrtest {
+
+namespace {
+
+GLint Location(const char* name)
+{
+    return HdrGenerate::GetInstance()->uniformLocations[name];
+}
+
+}  // namespace
+
+EngineHarness::EngineHarness(int outputWidth, int outputHeight, EGLDisplay display)
+    : width_(outputWidth), height_(outputHeight)
+{
+    HdrGenerate::DestroyInstance();
+    HdrRender::DestroyInstance();
+    HdrRender* render = HdrRender::GetInstance();
+    render->SetEGLDisplay(display);
+    if (render->Init() != 0 || !render->Bind()) {
+        return;
+    }
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    engine->initOption = GpuGenerateHdrInitOption{outputWidth, outputHeight, display, false, false};
+    engine->outputYUV = false;
+    engine->hdrInfo.outputWidth = outputWidth;
+    engine->hdrInfo.outputHeight = outputHeight;
+    const int result = engine->Init();
+    ok_ = render->Unbind() && result == 0;
+}
+
+EngineHarness::~EngineHarness()
+{
+    HdrGenerate::DestroyInstance();
+    HdrRender::DestroyInstance();
+}
+
+int EngineHarness::Upload(const Planes& planes)
+{
+    HdrRender* render = HdrRender::GetInstance();
+    if (!render->Bind()) {
+        return 3;
+    }
+    HdrInfo& info = HdrGenerate::GetInstance()->hdrInfo;
+    info.nMainImageWidth = planes.mainWidth;
+    info.nMainImageHeight = planes.mainHeight;
+    info.nGainMapWidth = planes.gainWidth;
+    info.nGainMapHeight = planes.gainHeight;
+    for (int i = 0; i < 3; ++i) {
+        info.mainImagePlanes[i] = planes.main[i].empty() ? nullptr : planes.main[i].data();
+        info.gainMapPlanes[i] = planes.gain[i].empty() ? nullptr : planes.gain[i].data();
+    }
+    const int result = HdrGenerate::GetInstance()->UpdateTextures();
+    return render->Unbind() ? result : 3;
+}
+
+int EngineHarness::Draw(const GainMapUniforms& u)
+{
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    tbm_surface_info_s info;
+    if (tbm_surface_map(engine->tbmSurface, TBM_SURF_OPTION_WRITE, &info) != 0) {
+        return 7;
+    }
+    std::memset(info.planes[0].ptr, kSentinel, info.planes[0].size);
+    tbm_surface_unmap(engine->tbmSurface);
+
+    HdrRender* render = HdrRender::GetInstance();
+    if (!render->Bind()) {
+        return 3;
+    }
+    glUseProgram(engine->shaderManager->GetProgram());
+    glUniform4fv(Location("logRatioMin"), 1, u.logRatioMin.data());
+    glUniform4fv(Location("logRatioMax"), 1, u.logRatioMax.data());
+    glUniform4fv(Location("gainmapGamma"), 1, u.gainmapGamma.data());
+    glUniform4fv(Location("epsilonSdr"), 1, u.epsilonSdr.data());
+    glUniform4fv(Location("epsilonHdr"), 1, u.epsilonHdr.data());
+    glUniform1f(Location("W"), u.W);
+    glUniform1i(Location("noGamma"), u.noGamma);
+    glUniformMatrix3fv(Location("outputGamutTransform"), 1, GL_FALSE, u.outputGamutTransform.data());
+    glUniform1fv(Location("trfn_inv"), 7, u.trfn_inv.data());
+    glUniform3fv(Location("curve_gain_point"), 1, u.curve_gain_point.data());
+    glUniform3fv(Location("curve_gain_grad"), 1, u.curve_gain_grad.data());
+    glUniform1i(Location("bOutputYUV"), u.bOutputYUV);
+    glUniform1i(Location("inputTrfnType"), u.inputTrfnType);
+    glUniform1fv(Location("in_trfn"), 7, u.in_trfn.data());
+    glUniformMatrix4fv(Location("rotateMatrix"), 1, GL_FALSE, u.rotateMatrix.data());
+
+    // A clear colour no pixel of the pass can have (alpha 0), so unwritten
+    // pixels show.
+    glBindFramebuffer(GL_FRAMEBUFFER, engine->framebuffer);
+    glClearColor(0.25f, 0.5f, 0.75f, 0.0f);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glViewport(0, 0, width_, height_);
+    glBindVertexArray(engine->vertexArray);
+    glDrawElements(GL_TRIANGLES, 6, GL_UNSIGNED_INT, nullptr);
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    glFinish();
+    const bool drawn = glGetError() == GL_NO_ERROR;
+    const bool copied = engine->CopyOutputToSurface();
+    const bool unbound = render->Unbind();
+    if (!unbound) {
+        return 3;
+    }
+    return drawn && copied ? 0 : 11;
+}
+
+std::vector<Rgba8> EngineHarness::ReadSurface() const
+{
+    std::vector<Rgba8> pixels;
+    tbm_surface_h surface = HdrGenerate::GetInstance()->tbmSurface;
+    tbm_surface_info_s info;
+    if (tbm_surface_map(surface, TBM_SURF_OPTION_READ, &info) != 0) {
+        return pixels;
+    }
+    const bool reversed = info.format == TBM_FORMAT_RGBA8888;  // bytes A, B, G, R
+    pixels.reserve(static_cast<size_t>(info.width) * info.height);
+    for (uint32_t y = 0; y < info.height; ++y) {
+        const unsigned char* row = info.planes[0].ptr + static_cast<size_t>(y) * info.planes[0].stride;
+        for (uint32_t x = 0; x < info.width; ++x) {
+            const unsigned char* p = row + 4 * x;
+            pixels.push_back(reversed ? Rgba8{p[3], p[2], p[1], p[0]} : Rgba8{p[0], p[1], p[2], p[3]});
+        }
+    }
+    tbm_surface_unmap(surface);
+    return pixels;
+}
+
+}  // namespace hdrtest

@@ -20,7 +20,7 @@ GLint Location(const char* name)
 
 }  // namespace
 
-EngineHarness::EngineHarness(int outputWidth, int outputHeight, EGLDisplay display)
+EngineHarness::EngineHarness(int outputWidth, int outputHeight, EGLDisplay display, bool streaming)
     : width_(outputWidth), height_(outputHeight)
 {
     HdrGenerate::DestroyInstance();
@@ -31,7 +31,7 @@ EngineHarness::EngineHarness(int outputWidth, int outputHeight, EGLDisplay displ
         return;
     }
     HdrGenerate* engine = HdrGenerate::GetInstance();
-    engine->initOption = GpuGenerateHdrInitOption{outputWidth, outputHeight, display, false, false};
+    engine->initOption = GpuGenerateHdrInitOption{outputWidth, outputHeight, display, false, streaming};
     engine->outputYUV = false;
     engine->hdrInfo.outputWidth = outputWidth;
     engine->hdrInfo.outputHeight = outputHeight;
@@ -62,6 +62,56 @@ int EngineHarness::Upload(const Planes& planes)
     }
     const int result = HdrGenerate::GetInstance()->UpdateTextures();
     return render->Unbind() ? result : 3;
+}
+
+int EngineHarness::Intake(const Planes& planes, int outputWidth, int outputHeight)
+{
+    HdrRender* render = HdrRender::GetInstance();
+    if (!render->Bind()) {
+        return 3;
+    }
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    HdrInfo& info = engine->hdrInfo;
+    info.nMainImageWidth = planes.mainWidth;
+    info.nMainImageHeight = planes.mainHeight;
+    info.nGainMapWidth = planes.gainWidth;
+    info.nGainMapHeight = planes.gainHeight;
+    info.outputWidth = outputWidth;
+    info.outputHeight = outputHeight;
+    glUseProgram(engine->shaderManager->GetProgram());
+    int result = engine->updateTBM();
+    if (result == 0) {
+        result = engine->UpdateTextures();
+    }
+    if (result == 0) {
+        width_ = outputWidth;
+        height_ = outputHeight;
+    }
+    return render->Unbind() ? result : 3;
+}
+
+bool EngineHarness::Stream(const Planes& planes)
+{
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    for (int plane = 0; plane < 6; ++plane) {
+        const bool isMain = plane < 3;
+        const std::vector<uint8_t>& bytes = isMain ? planes.main[plane] : planes.gain[plane - 3];
+        int width = isMain ? planes.mainWidth : planes.gainWidth;
+        int height = isMain ? planes.mainHeight : planes.gainHeight;
+        if (!engine->UpdateDataBegin(plane)) {
+            return false;
+        }
+        uint8_t* target = engine->mappedPlanes[plane];
+        if (target == nullptr || bytes.size() != static_cast<size_t>(width) * height) {
+            engine->UpdateDataEnd(width, height);
+            return false;
+        }
+        std::memcpy(target, bytes.data(), bytes.size());
+        if (!engine->UpdateDataEnd(width, height)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 int EngineHarness::Draw(const GainMapUniforms& u)

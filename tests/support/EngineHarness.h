@@ -53,9 +53,10 @@ struct Rgba8 {
 class EngineHarness {
 public:
     // Makes the calling thread's render context on the test display and
-    // initialises the generator in the direct mode with an output surface of
-    // outputWidth x outputHeight. ok() tells whether that worked.
-    EngineHarness(int outputWidth, int outputHeight, EGLDisplay display);
+    // initialises the generator: in the direct mode with an output surface of
+    // outputWidth x outputHeight, or in the streaming mode, whose surface
+    // comes with the first Intake. ok() tells whether that worked.
+    EngineHarness(int outputWidth, int outputHeight, EGLDisplay display, bool streaming = false);
     // Destroys the generator and the registry.
     ~EngineHarness();
     EngineHarness(const EngineHarness&) = delete;
@@ -68,6 +69,15 @@ public:
     // Uploads the planes through the engine's direct-mode upload; returns its
     // result code (0 on success).
     int Upload(const Planes& planes);
+
+    // Streaming mode: the metadata intake for planes' sizes and an output of
+    // outputWidth x outputHeight (the output surface made anew, the upload
+    // buffers mapped for the next picture). Returns the first failing result.
+    int Intake(const Planes& planes, int outputWidth, int outputHeight);
+
+    // Streaming mode: writes the six planes one by one between
+    // UpdateDataBegin and UpdateDataEnd into the mapped buffers.
+    bool Stream(const Planes& planes);
 
     // Fills the surface with a sentinel, sets every uniform, draws one pass
     // over the output and puts the picture into the surface. Returns 0, or

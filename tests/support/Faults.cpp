@@ -17,6 +17,10 @@ std::mutex mutex;
 std::set<std::string> hiddenProcs;
 std::deque<GLenum> glErrors;
 std::deque<EGLint> eglErrors;
+std::deque<GLenum> framebufferStatuses;
+std::vector<GLsync> waitedSyncs;
+GLenum clientWaitResult = GL_NONE;
+int clientWaitOverrides = 0;
 std::atomic<int> makeCurrentFailures{0};
 std::atomic<int> makeCurrentSkips{0};
 std::atomic<int> destroyContextFailures{0};
@@ -70,6 +74,22 @@ void QueueEglError(EGLint error)
     std::lock_guard<std::mutex> lock(mutex);
     eglErrors.push_back(error);
 }
+void SetClientWaitResult(GLenum result, int count)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    clientWaitResult = result;
+    clientWaitOverrides = count;
+}
+std::vector<GLsync> WaitedSyncs()
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    return waitedSyncs;
+}
+void QueueFramebufferStatus(GLenum status)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    framebufferStatuses.push_back(status);
+}
 int MakeCurrentCalls() { return makeCurrentCalls; }
 int DestroyContextCalls() { return destroyContextCalls; }
 int GlGetErrorCalls() { return glGetErrorCalls; }
@@ -80,6 +100,10 @@ void Reset()
     hiddenProcs.clear();
     glErrors.clear();
     eglErrors.clear();
+    framebufferStatuses.clear();
+    waitedSyncs.clear();
+    clientWaitResult = GL_NONE;
+    clientWaitOverrides = 0;
     makeCurrentFailures = 0;
     makeCurrentSkips = 0;
     destroyContextFailures = 0;
@@ -189,6 +213,34 @@ GLenum glGetError(void)
     }
     static const auto real = Real<GLenum (*)(void)>("glGetError");
     return real();
+}
+
+GLenum glClientWaitSync(GLsync sync, GLbitfield flags, GLuint64 timeout)
+{
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        waitedSyncs.push_back(sync);
+        if (clientWaitOverrides > 0) {
+            --clientWaitOverrides;
+            return clientWaitResult;
+        }
+    }
+    static const auto real = Real<GLenum (*)(GLsync, GLbitfield, GLuint64)>("glClientWaitSync");
+    return real(sync, flags, timeout);
+}
+
+GLenum glCheckFramebufferStatus(GLenum target)
+{
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (!framebufferStatuses.empty()) {
+            const GLenum status = framebufferStatuses.front();
+            framebufferStatuses.pop_front();
+            return status;
+        }
+    }
+    static const auto real = Real<GLenum (*)(GLenum)>("glCheckFramebufferStatus");
+    return real(target);
 }
 
 }  // extern "C"

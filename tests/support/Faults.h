@@ -9,6 +9,7 @@
 #include <GLES3/gl3.h>
 
 #include <string>
+#include <vector>
 
 namespace hdrtest::faults {
 
@@ -29,6 +30,12 @@ void HideCurrentDisplay(bool hide);
 void QueueGlError(GLenum error);
 // Queues an error for eglGetError to answer before the driver's own.
 void QueueEglError(EGLint error);
+// glClientWaitSync answers result (without waiting) for the next count calls.
+void SetClientWaitResult(GLenum result, int count = 1);
+// The sync handles glClientWaitSync was called with since the last Reset.
+std::vector<GLsync> WaitedSyncs();
+// Queues a status for glCheckFramebufferStatus to answer instead of the driver.
+void QueueFramebufferStatus(GLenum status);
 // Number of calls that reached the interposed functions since the last Reset.
 int MakeCurrentCalls();
 int DestroyContextCalls();

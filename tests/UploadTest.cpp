@@ -1,0 +1,395 @@
+// The input upload: planes reaching their textures directly or through the
+// mapped upload buffers, the picture's average level, and the one-second
+// upload fence.
+#include "EglTestEnv.h"
+#include "EngineHarness.h"
+#include "EngineTestSupport.h"
+#include "Faults.h"
+#include "HdrGenerate.h"
+#include "HdrRender.h"
+#include "LogCapture.h"
+#include "TSShaderManager.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using hdrtest::EngineHarness;
+using hdrtest::LogCapture;
+using hdrtest::MakePlanes;
+using hdrtest::Parse;
+using hdrtest::Planes;
+namespace faults = hdrtest::faults;
+
+namespace {
+
+class Upload : public hdrtest::EglTest {
+protected:
+    void SetUp() override
+    {
+        EglTest::SetUp();
+        faults::Reset();
+    }
+    void TearDown() override { faults::Reset(); }
+
+    // Every plane's texture holds exactly the plane's bytes.
+    void ExpectTexturesHold(const Planes& planes)
+    {
+        HdrGenerate* e = HdrGenerate::GetInstance();
+        ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+        for (int i = 0; i < 6; ++i) {
+            const bool isMain = i < 3;
+            const int w = isMain ? planes.mainWidth : planes.gainWidth;
+            const int h = isMain ? planes.mainHeight : planes.gainHeight;
+            const auto& bytes = isMain ? planes.main[i] : planes.gain[i - 3];
+            const auto texels = hdrtest::ReadRedTexture(e->inputTextures[i], w, h);
+            EXPECT_TRUE(texels == bytes) << "plane " << i << " differs from its bytes";
+        }
+        ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+    }
+
+    // The APL line of the last upload, as its message part reads.
+    static std::string AplLine(const LogCapture& capture)
+    {
+        for (const auto& text : capture.Messages()) {
+            if (text.rfind("Calculate APL", 0) == 0) {
+                return text;
+            }
+        }
+        return "<no APL line>";
+    }
+};
+
+// Direct upload at an odd size: every texel equals its plane's byte.
+TEST_F(Upload, DirectPlanesReachTheirTexturesAtOddSizes)
+{
+    EngineHarness harness(1921, 1079, display_);
+    ASSERT_TRUE(harness.ok());
+    const Planes planes = MakePlanes(1921, 1079, 481, 271, 1);
+    ASSERT_EQ(harness.Upload(planes), 0);
+    ExpectTexturesHold(planes);
+    const auto& table = HdrGenerate::GetInstance()->planeTable;
+    ASSERT_EQ(table.size(), 6u);
+    EXPECT_EQ(table.at(0).data, planes.main[0].data());
+    EXPECT_EQ(table.at(2).width, 1921);
+    EXPECT_EQ(table.at(5).data, planes.gain[2].data());
+    EXPECT_EQ(table.at(5).height, 271);
+}
+
+// A plane of all 255 has APL 255.
+TEST_F(Upload, AplOfAWhitePlaneIs255)
+{
+    EngineHarness harness(7, 5, display_);
+    ASSERT_TRUE(harness.ok());
+    Planes planes = MakePlanes(7, 5, 3, 3, 2);
+    planes.main[0].assign(35, 255);
+    LogCapture capture;
+    ASSERT_EQ(harness.Upload(planes), 0);
+    EXPECT_EQ(HdrGenerate::GetInstance()->apl, 255);
+    EXPECT_EQ(AplLine(capture), "Calculate APL = 255, apl = 8925, w = 7, h = 5");
+}
+
+// The APL is the truncated mean: a sum of 1000 over 6 pixels gives 166.
+TEST_F(Upload, AplIsTheTruncatedMean)
+{
+    EngineHarness harness(3, 2, display_);
+    ASSERT_TRUE(harness.ok());
+    Planes planes = MakePlanes(3, 2, 3, 2, 3);
+    planes.main[0] = {255, 255, 255, 235, 0, 0};
+    LogCapture capture;
+    ASSERT_EQ(harness.Upload(planes), 0);
+    EXPECT_EQ(HdrGenerate::GetInstance()->apl, 166);
+    EXPECT_EQ(AplLine(capture), "Calculate APL = 166, apl = 1000, w = 3, h = 2");
+}
+
+// A size below 1 is refused with 13 before anything is uploaded.
+TEST_F(Upload, SizeBelowOneIsRefused)
+{
+    EngineHarness harness(3, 2, display_);
+    ASSERT_TRUE(harness.ok());
+    for (int which = 0; which < 4; ++which) {
+        Planes planes = MakePlanes(3, 2, 3, 2, 4);
+        int* sizes[4] = {&planes.mainWidth, &planes.mainHeight, &planes.gainWidth, &planes.gainHeight};
+        *sizes[which] = which % 2 == 0 ? 0 : -1;
+        LogCapture capture;
+        EXPECT_EQ(harness.Upload(planes), 13);
+        bool found = false;
+        for (const auto& line : capture.Lines()) {
+            const auto parsed = Parse(line.text);
+            if (parsed.message == hdrtest::Format("%d ERROR: Input data's size is wrong\n", parsed.line)) {
+                found = true;
+            }
+        }
+        EXPECT_TRUE(found) << "size " << which;
+    }
+}
+
+// A missing plane pointer is refused with 13.
+TEST_F(Upload, MissingPlaneIsRefused)
+{
+    EngineHarness harness(3, 2, display_);
+    ASSERT_TRUE(harness.ok());
+    for (int missing = 0; missing < 6; ++missing) {
+        Planes planes = MakePlanes(3, 2, 3, 2, 5);
+        (missing < 3 ? planes.main[missing] : planes.gain[missing - 3]).clear();
+        LogCapture capture;
+        EXPECT_EQ(harness.Upload(planes), 13) << "plane " << missing;
+        const auto messages = capture.Messages();
+        bool found = false;
+        for (const auto& line : capture.Lines()) {
+            const auto parsed = Parse(line.text);
+            found |= parsed.message == hdrtest::Format("%d ERROR: Input date is nullptr\n", parsed.line);
+        }
+        EXPECT_TRUE(found) << "plane " << missing;
+    }
+}
+
+// The first metadata intake maps all six buffers and issues the upload fence.
+TEST_F(Upload, IntakeMapsTheBuffersAndIssuesAFence)
+{
+    EngineHarness harness(9, 5, display_, true);
+    ASSERT_TRUE(harness.ok());
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(e->mappedPlanes[i], nullptr);
+    }
+    LogCapture capture;
+    ASSERT_EQ(harness.Intake(MakePlanes(9, 5, 4, 3, 0), 9, 5), 0);
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_NE(e->mappedPlanes[i], nullptr) << i;
+    }
+    EXPECT_NE(e->uploadFence, nullptr);
+    EXPECT_FALSE(e->isPboIdle);
+    EXPECT_FALSE(e->isAplPending);
+    const auto messages = capture.Messages();
+    const std::vector<std::string> expected = {"HdrGenerate::UpdatePBOs start", "HdrGenerate::UpdatePBOs glFenceSync",
+                                               "HdrGenerate::UpdatePBOs end"};
+    std::vector<std::string> pboLines;
+    for (const auto& m : messages) {
+        if (m.rfind("HdrGenerate::UpdatePBOs", 0) == 0) {
+            pboLines.push_back(m);
+        }
+    }
+    EXPECT_EQ(pboLines, expected);
+    bool optimized = false;
+    for (const auto& m : messages) {
+        optimized |= m == "optimized !!!!!!!!!!!!!!!!!!!!!!!!\n";
+    }
+    EXPECT_TRUE(optimized);
+}
+
+// Streamed planes reach their textures byte for byte, at odd sizes, and plane 0 gives the APL.
+TEST_F(Upload, StreamedPlanesReachTheirTextures)
+{
+    EngineHarness harness(101, 37, display_, true);
+    ASSERT_TRUE(harness.ok());
+    const Planes planes = MakePlanes(101, 37, 51, 19, 6);
+    ASSERT_EQ(harness.Intake(planes, 101, 37), 0);
+    LogCapture capture;
+    ASSERT_TRUE(harness.Stream(planes));
+    ExpectTexturesHold(planes);
+    uint64_t sum = 0;
+    for (uint8_t b : planes.main[0]) {
+        sum += b;
+    }
+    const int apl = static_cast<int>(sum / planes.main[0].size());
+    EXPECT_EQ(HdrGenerate::GetInstance()->apl, apl);
+    EXPECT_EQ(AplLine(capture),
+              hdrtest::Format("Calculate APL = %d, apl = %llu, w = 101, h = 37", apl,
+                              static_cast<unsigned long long>(sum)));
+    // The first Begin waited on the fence once; the later ones did not wait again.
+    EXPECT_EQ(faults::WaitedSyncs().size(), 1u);
+    EXPECT_TRUE(HdrGenerate::GetInstance()->isPboIdle);
+    // Each mapping is gone once its plane was finished.
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(HdrGenerate::GetInstance()->mappedPlanes[i], nullptr) << i;
+    }
+}
+
+// UpdateDataEnd with a width or height of 0 sets the APL to 0 and logs sum 0.
+TEST_F(Upload, EmptyEndGivesAplZero)
+{
+    EngineHarness harness(6, 4, display_, true);
+    ASSERT_TRUE(harness.ok());
+    ASSERT_EQ(harness.Intake(MakePlanes(6, 4, 6, 4, 0), 6, 4), 0);
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    e->apl = 99;
+    ASSERT_TRUE(e->UpdateDataBegin(0));
+    EXPECT_TRUE(e->isAplPending);
+    std::memset(e->mappedPlanes[0], 200, 24);
+    LogCapture capture;
+    e->UpdateDataEnd(0, 4);
+    EXPECT_EQ(e->apl, 0);
+    EXPECT_FALSE(e->isAplPending);
+    EXPECT_EQ(AplLine(capture), "Calculate APL = 0, apl = 0, w = 0, h = 4");
+    // A zero-sized copy is no GL error: End unbinds.
+    EXPECT_FALSE(HdrRender::GetInstance()->findContext()->egl.isBound);
+}
+
+// A fence that does not signal within one second makes Begin fail with 15
+// inside; the next Begin waits again on the same, already deleted, handle.
+TEST_F(Upload, FenceTimeoutFailsBeginAndIsWaitedOnAgain)
+{
+    EngineHarness harness(6, 4, display_, true);
+    ASSERT_TRUE(harness.ok());
+    ASSERT_EQ(harness.Intake(MakePlanes(6, 4, 6, 4, 0), 6, 4), 0);
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    GLsync fence = e->uploadFence;
+    faults::SetClientWaitResult(GL_TIMEOUT_EXPIRED);
+    LogCapture capture;
+    EXPECT_FALSE(e->UpdateDataBegin(0));
+    EXPECT_FALSE(e->isPboIdle);
+    bool timeout = false;
+    for (const auto& line : capture.Lines()) {
+        const auto parsed = Parse(line.text);
+        timeout |= parsed.message == hdrtest::Format("%d ERROR: UpdatePBOsFinished timeout\n", parsed.line);
+    }
+    EXPECT_TRUE(timeout);
+    // The context stays bound after the failure.
+    EXPECT_TRUE(HdrRender::GetInstance()->findContext()->egl.isBound);
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+
+    faults::SetClientWaitResult(GL_TIMEOUT_EXPIRED);
+    EXPECT_FALSE(e->UpdateDataBegin(1));
+    const auto waited = faults::WaitedSyncs();
+    ASSERT_EQ(waited.size(), 2u);
+    EXPECT_EQ(waited[0], fence);
+    EXPECT_EQ(waited[1], fence);
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+}
+
+// A failed wait gives 14 inside and Begin fails.
+TEST_F(Upload, FenceWaitFailureFailsBegin)
+{
+    EngineHarness harness(6, 4, display_, true);
+    ASSERT_TRUE(harness.ok());
+    ASSERT_EQ(harness.Intake(MakePlanes(6, 4, 6, 4, 0), 6, 4), 0);
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    faults::SetClientWaitResult(GL_WAIT_FAILED);
+    LogCapture capture;
+    EXPECT_FALSE(e->UpdateDataBegin(0));
+    bool failed = false;
+    for (const auto& line : capture.Lines()) {
+        const auto parsed = Parse(line.text);
+        failed |= parsed.message == hdrtest::Format("%d ERROR: UpdatePBOsFinished faild\n", parsed.line);
+    }
+    EXPECT_TRUE(failed);
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+}
+
+// The wait results map to 0, 14 and 15; the fence is deleted in every case.
+TEST_F(Upload, FenceWaitResults)
+{
+    EngineHarness harness(6, 4, display_, true);
+    ASSERT_TRUE(harness.ok());
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    const std::pair<GLenum, int> cases[] = {{GL_ALREADY_SIGNALED, 0},
+                                            {GL_CONDITION_SATISFIED, 0},
+                                            {GL_TIMEOUT_EXPIRED, 15},
+                                            {GL_WAIT_FAILED, 14},
+                                            {GL_NONE, 0}};
+    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+    for (const auto& c : cases) {
+        e->uploadFence = glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
+        faults::SetClientWaitResult(c.first);
+        LogCapture capture;
+        EXPECT_EQ(e->UpdatePBOsFinished(), c.second) << std::hex << c.first;
+        EXPECT_FALSE(glIsSync(e->uploadFence));
+        const auto messages = capture.Messages();
+        EXPECT_EQ(messages.front(), "HdrGenerate::UpdatePBOsFinished start");
+        EXPECT_EQ(messages.back(), "HdrGenerate::UpdatePBOsFinished end");
+        const bool success = c.first == GL_ALREADY_SIGNALED || c.first == GL_CONDITION_SATISFIED;
+        EXPECT_EQ(std::count(messages.begin(), messages.end(), "UpdatePBOsFinished success\n"), success ? 1 : 0);
+    }
+    // No fence at all: nothing to wait for.
+    e->uploadFence = nullptr;
+    const auto waits = faults::WaitedSyncs().size();
+    EXPECT_EQ(e->UpdatePBOsFinished(), 0);
+    EXPECT_EQ(faults::WaitedSyncs().size(), waits);
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+}
+
+// Begin refuses a plane that does not exist, without binding.
+TEST_F(Upload, BeginRefusesAnUnknownPlane)
+{
+    EngineHarness harness(6, 4, display_, true);
+    ASSERT_TRUE(harness.ok());
+    ASSERT_EQ(harness.Intake(MakePlanes(6, 4, 6, 4, 0), 6, 4), 0);
+    for (int plane : {-1, 6, 1000}) {
+        LogCapture capture;
+        EXPECT_FALSE(HdrGenerate::GetInstance()->UpdateDataBegin(plane));
+        EXPECT_FALSE(HdrRender::GetInstance()->findContext()->egl.isBound);
+        const auto parsed = Parse(capture.Lines().at(0).text);
+        EXPECT_EQ(parsed.message, hdrtest::Format("%d ERROR: no such plane: %d\n", parsed.line, plane));
+    }
+}
+
+// Begin without a program fails silently and binds nothing.
+TEST_F(Upload, BeginWithoutProgramFailsSilently)
+{
+    EngineHarness harness(6, 4, display_, true);
+    ASSERT_TRUE(harness.ok());
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    const GLuint program = e->shaderManager->program;
+    e->shaderManager->program = 0;
+    LogCapture capture;
+    EXPECT_FALSE(e->UpdateDataBegin(0));
+    EXPECT_TRUE(capture.Lines().empty());
+    EXPECT_FALSE(HdrRender::GetInstance()->findContext()->egl.isBound);
+    e->shaderManager->program = program;
+}
+
+// The streaming cycle as hosts run it: each picture streamed first, its metadata
+// set afterwards; the intake keeps the streamed planes, and the draw shows them.
+TEST_F(Upload, StreamThenSetDrawsTheStreamedPicture)
+{
+    EngineHarness harness(23, 11, display_, true);
+    ASSERT_TRUE(harness.ok());
+    ASSERT_EQ(harness.Intake(MakePlanes(23, 11, 23, 11, 0), 23, 11), 0);  // primes the mappings
+    for (int picture = 1; picture <= 3; ++picture) {
+        SCOPED_TRACE(picture);
+        Planes planes = MakePlanes(23, 11, 23, 11, picture);
+        ASSERT_TRUE(harness.Stream(planes));
+        ASSERT_EQ(harness.Intake(planes, 23, 11), 0);  // same sizes: the textures keep what they hold
+        ExpectTexturesHold(planes);
+        ASSERT_EQ(harness.Draw(hdrtest::GainMapUniforms{}), 0);
+        const auto pixels = harness.ReadSurface();
+        ASSERT_EQ(pixels.size(), 23u * 11u);
+        // W = 0 and identity curves: red is luma plus 1.402 times V.
+        for (size_t i = 0; i < pixels.size(); ++i) {
+            const double y = planes.main[0][i] / 255.0;
+            const double v = planes.main[2][i] / 255.0 - 0.5;
+            const double red = std::min(1.0, std::max(0.0, y + 1.402 * v)) * 255.0;
+            ASSERT_NEAR(pixels[i].r, red, 2.0) << "pixel " << i;
+            ASSERT_EQ(pixels[i].a, 255) << "pixel " << i;
+        }
+    }
+}
+
+// Metadata set first for a picture of new sizes, then the picture streamed:
+// the textures are re-defined at the new size and the draw shows the picture.
+TEST_F(Upload, SetThenStreamDrawsThePictureAtItsNewSize)
+{
+    EngineHarness harness(8, 8, display_, true);
+    ASSERT_TRUE(harness.ok());
+    const int sizes[][4] = {{17, 9, 17, 9}, {31, 13, 31, 13}, {5, 21, 5, 21}};
+    int seed = 10;
+    for (const auto& size : sizes) {
+        SCOPED_TRACE(size[0]);
+        Planes planes = MakePlanes(size[0], size[1], size[2], size[3], seed++);
+        ASSERT_EQ(harness.Intake(planes, size[0], size[1]), 0);
+        ASSERT_TRUE(harness.Stream(planes));
+        ExpectTexturesHold(planes);
+        ASSERT_EQ(harness.Draw(hdrtest::GainMapUniforms{}), 0);
+        const auto pixels = harness.ReadSurface();
+        ASSERT_EQ(pixels.size(), static_cast<size_t>(size[0] * size[1]));
+        for (size_t i = 0; i < pixels.size(); ++i) {
+            const double y = planes.main[0][i] / 255.0;
+            const double v = planes.main[2][i] / 255.0 - 0.5;
+            const double red = std::min(1.0, std::max(0.0, y + 1.402 * v)) * 255.0;
+            ASSERT_NEAR(pixels[i].r, red, 2.0) << "pixel " << i;
+        }
+    }
+}
+
+}  // namespace

@@ -53,8 +53,8 @@ struct HdrInfo {
     int32_t GAIN_CURVE_G0;
     int32_t GAIN_CURVE_G1;
     int32_t GAIN_CURVE_G2;
-    int32_t gamut;        // hdr_color_gamut, or -1
-    int32_t trfn;         // hdr_transfer_function, or -1
+    hdr_color_gamut gamut;       // -1 (static_cast) means "not given"
+    hdr_transfer_function trfn;  // -1 (static_cast) means "not given"
     int32_t outputWidth;
     int32_t outputHeight;
     int32_t outputRotate; // 1, 2, 3: -90, -180, -270 degrees; anything else: none

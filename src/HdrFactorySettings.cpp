@@ -2,6 +2,8 @@
 
 #include "HdrCommon.h"
 
+#include <system_info.h>
+
 namespace {
 
 // One unsigned comparison: a negative value wraps above any maximum.
@@ -50,4 +52,58 @@ void HdrFactorySettings::Parameter::Print(const std::string& prefix) const
     HDR_LOG("%s.GAIN_CURVE_G0 = %d", p, GAIN_CURVE_G0);
     HDR_LOG("%s.GAIN_CURVE_G1 = %d", p, GAIN_CURVE_G1);
     HDR_LOG("%s.GAIN_CURVE_G2 = %d", p, GAIN_CURVE_G2);
+}
+
+bool HdrFactorySettings::GetParameterFromSystemInfo(Parameter& param)
+{
+    int photoHdr = -1;
+    int peakWhite = -1;
+
+    // v reads as the decimal g PP AA BB CC: each two-digit group a percentage
+    // in the 1024-based fixed point, g a gamma multiplier of (g + 4) / 4 in
+    // the 128-based one. Signed 32-bit arithmetic, truncating.
+    const int photoResult = system_info_get_value_int(SYSTEM_INFO_KEY_PHOTO_HDR, &photoHdr);
+    if (photoResult != 0) {
+        HDR_LOG("system_info_get_value_int(SYSTEM_INFO_KEY_PHOTO_HDR) failed : error[%d]", photoResult);
+    } else {
+        param.GAMMA_MUL = (photoHdr / 100000000 + 4) * 32;
+        param.GAIN_CURVE_P1 = ((photoHdr / 1000000) % 100) * 1024 / 100;
+        param.GAIN_CURVE_G0 = ((photoHdr / 10000) % 100) * 1024 / 100;
+        param.GAIN_CURVE_G1 = ((photoHdr / 100) % 100) * 1024 / 100;
+        param.GAIN_CURVE_G2 = (photoHdr % 100) * 1024 / 100;
+        HDR_LOG("system_info_get_value_int(SYSTEM_INFO_KEY_PHOTO_HDR) success : %d", photoHdr);
+        HDR_LOG("SYSTEM_INFO_KEY_PHOTO_HDR : GAMMA_MUL = %d", param.GAMMA_MUL);
+        HDR_LOG("SYSTEM_INFO_KEY_PHOTO_HDR : GAIN_CURVE_P1 = %d", param.GAIN_CURVE_P1);
+        HDR_LOG("SYSTEM_INFO_KEY_PHOTO_HDR : GAIN_CURVE_G0 = %d", param.GAIN_CURVE_G0);
+        HDR_LOG("SYSTEM_INFO_KEY_PHOTO_HDR : GAIN_CURVE_G1 = %d", param.GAIN_CURVE_G1);
+        HDR_LOG("SYSTEM_INFO_KEY_PHOTO_HDR : GAIN_CURVE_G2 = %d", param.GAIN_CURVE_G2);
+    }
+
+    const int peakResult = system_info_get_value_int(SYSTEM_INFO_KEY_PEAK_W, &peakWhite);
+    if (peakResult != 0) {
+        HDR_LOG("system_info_get_value_int(SYSTEM_INFO_KEY_PEAK_W) failed : error[%d]", peakResult);
+        return false;
+    }
+    // 136 up to 30, 256 from 100, linear between (the step from 254 at 99 to
+    // 256 at 100 is part of the mapping).
+    if (peakWhite <= 30) {
+        param.MDB_V2 = 136;
+    } else if (peakWhite <= 99) {
+        param.MDB_V2 = (peakWhite - 30) * 120 / 70 + 136;
+    } else {
+        param.MDB_V2 = 256;
+    }
+    HDR_LOG("system_info_get_value_int(SYSTEM_INFO_KEY_PEAK_W) success : %d", peakWhite);
+    HDR_LOG("SYSTEM_INFO_KEY_PEAK_W : MDB_V2 = %d", param.MDB_V2);
+
+    if (photoResult != 0) {
+        return false;
+    }
+    param.Print("SystemInfoParam");
+    return true;
+}
+
+bool HdrFactorySettings::GetParameter(Parameter& param)
+{
+    return GetParameterFromSystemInfo(param);
 }

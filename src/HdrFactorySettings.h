@@ -31,6 +31,16 @@ public:
         // Logs the eleven fields as "<prefix>.<name> = <value>".
         void Print(const std::string& prefix) const;
     };
+
+    // System-information keys that carry the product's tuning.
+    static constexpr int SYSTEM_INFO_KEY_PHOTO_HDR = 1301;  // g PP AA BB CC, decimal
+    static constexpr int SYSTEM_INFO_KEY_PEAK_W = 1302;     // panel peak white
+
+    // Reads both keys into param (fields of a failed key keep their values);
+    // true only when both reads succeeded.
+    static bool GetParameterFromSystemInfo(Parameter& param);
+    // The one source of the load order: the system information.
+    static bool GetParameter(Parameter& param);
 };
 
 #endif

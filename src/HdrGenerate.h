@@ -60,6 +60,11 @@ public:
     bool UpdateDataBegin(int plane);
     bool UpdateDataEnd(int width, int height);
 
+    // Tuning, shader constants and the draw.
+    int LoadSettings();
+    int UpdateUniform();
+    int Draw();
+
     // Output target.
     int updateTBM();
     // Puts the finished picture into the output surface where the driver

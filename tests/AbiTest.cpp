@@ -42,8 +42,8 @@ TEST(Abi, HdrInfoFieldsSitAtTheirOffsets)
     for (int i = 0; i < 11; ++i) {
         *tuning[i] = 100 + i;
     }
-    info.gamut = 2;
-    info.trfn = -1;
+    info.gamut = hdr_color_gamut::HDR_COLORGAMUT_BT2100;
+    info.trfn = static_cast<hdr_transfer_function>(-1);
     info.outputWidth = 13;
     info.outputHeight = 14;
     info.outputRotate = 15;

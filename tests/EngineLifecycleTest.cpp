@@ -123,8 +123,8 @@ TEST_F(EngineLifecycle, SingletonStartsFromDefaults)
     EXPECT_EQ(std::memcmp(h.gamma, gamma, sizeof gamma), 0);
     EXPECT_EQ(std::memcmp(h.offsetSdr, offset, sizeof offset), 0);
     EXPECT_EQ(std::memcmp(h.offsetHdr, offset, sizeof offset), 0);
-    EXPECT_EQ(h.gamut, 0);
-    EXPECT_EQ(h.trfn, 3);
+    EXPECT_EQ(static_cast<int32_t>(h.gamut), 0);
+    EXPECT_EQ(static_cast<int32_t>(h.trfn), 3);
     EXPECT_EQ(h.outputWidth, 1920);
     EXPECT_EQ(h.outputHeight, 1080);
     EXPECT_EQ(h.nMainImageWidth, 0);

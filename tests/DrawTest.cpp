@@ -1,0 +1,116 @@
+// The draw pass: its result, the generated mark, and what reaches the surface.
+#include "EglTestEnv.h"
+#include "EngineHarness.h"
+#include "EngineTestSupport.h"
+#include "Faults.h"
+#include "HdrGenerate.h"
+#include "HdrRender.h"
+#include "LogCapture.h"
+#include "TSShaderManager.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using hdrtest::EngineHarness;
+using hdrtest::LogCapture;
+using hdrtest::Parse;
+namespace faults = hdrtest::faults;
+
+namespace {
+
+class DrawPass : public hdrtest::EglTest {
+protected:
+    void SetUp() override
+    {
+        EglTest::SetUp();
+        faults::Reset();
+        harness_ = std::make_unique<EngineHarness>(11, 7, display_);
+        ASSERT_TRUE(harness_->ok());
+        ASSERT_EQ(harness_->Upload(hdrtest::MakePlanes(11, 7, 11, 7, 1)), 0);
+        e_ = HdrGenerate::GetInstance();
+        e_->hdrInfo.hdrCapacityMax = 2.0f;
+        ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+    }
+    void TearDown() override
+    {
+        HdrRender::GetInstance()->Unbind();
+        harness_.reset();
+        faults::Reset();
+    }
+    std::unique_ptr<EngineHarness> harness_;
+    HdrGenerate* e_ = nullptr;
+};
+
+// A successful draw sets the generated mark, logs its steps and fills the whole surface.
+TEST_F(DrawPass, SuccessMarksTheSurfaceGenerated)
+{
+    LogCapture capture;
+    EXPECT_EQ(e_->Draw(), 0);
+    EXPECT_TRUE(e_->isGenerated);
+    const auto messages = capture.Messages();
+    EXPECT_EQ(messages.front(), "HdrGenerate::Draw start");
+    EXPECT_NE(std::find(messages.begin(), messages.end(), "HdrGenerate::Draw Draw finish"), messages.end());
+    EXPECT_EQ(messages.back(), "HdrGenerate::Draw end");
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+    const auto pixels = harness_->ReadSurface();
+    ASSERT_EQ(pixels.size(), 77u);
+    for (const auto& p : pixels) {
+        ASSERT_EQ(p.a, 255);
+    }
+    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+}
+
+// Without a program the draw returns 9 and clears the generated mark.
+TEST_F(DrawPass, NoProgramGivesNine)
+{
+    ASSERT_EQ(e_->Draw(), 0);
+    const GLuint program = e_->shaderManager->program;
+    e_->shaderManager->program = 0;
+    EXPECT_EQ(e_->Draw(), 9);
+    EXPECT_FALSE(e_->isGenerated);
+    e_->shaderManager->program = program;
+}
+
+// A draw whose constants fail leaves the mark false although an earlier draw succeeded.
+TEST_F(DrawPass, FailedConstantsClearTheMark)
+{
+    ASSERT_EQ(e_->Draw(), 0);
+    ASSERT_TRUE(e_->isGenerated);
+    e_->hdrInfo.gamut = static_cast<hdr_color_gamut>(3);
+    EXPECT_EQ(e_->Draw(), 13);
+    EXPECT_FALSE(e_->isGenerated);
+}
+
+// A GL error after the draw gives 11 and leaves the mark false.
+TEST_F(DrawPass, GlErrorAfterTheDrawGivesEleven)
+{
+    // UpdateUniform's check takes the first error; the one after the draw the second.
+    faults::QueueGlError(GL_NO_ERROR);
+    faults::QueueGlError(GL_OUT_OF_MEMORY);
+    LogCapture capture;
+    EXPECT_EQ(e_->Draw(), 11);
+    EXPECT_FALSE(e_->isGenerated);
+    const auto parsed = Parse(capture.Lines().back().text);
+    EXPECT_EQ(parsed.message, hdrtest::Format("%d ERROR: GL_error\n", parsed.line));
+}
+
+// The viewport is the metadata's output size, not the surface's: the rest
+// keeps the draw's clear colour (alpha 0).
+TEST_F(DrawPass, ViewportIsTheMetadataOutputSize)
+{
+    e_->hdrInfo.outputWidth = 5;
+    e_->hdrInfo.outputHeight = 7;
+    ASSERT_EQ(e_->Draw(), 0);
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+    const auto pixels = harness_->ReadSurface();
+    ASSERT_EQ(pixels.size(), 77u);
+    for (int y = 0; y < 7; ++y) {
+        for (int x = 0; x < 11; ++x) {
+            EXPECT_EQ(pixels[y * 11 + x].a, x < 5 ? 255 : 0) << x << "," << y;
+        }
+    }
+    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+}
+
+}  // namespace

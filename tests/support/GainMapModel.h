@@ -22,7 +22,8 @@
 //   enclosure. The YUV output mixes the three channels, which share their
 //   inputs; there interval arithmetic over-estimates, and the box is split
 //   into sub-boxes (yuvSplits per axis) whose images are joined, which stays
-//   sound and tightens the bound.
+//   sound and tightens the bound. Interval ends are computed in double
+//   without outward rounding; that error (about 1e-15) is far below a code.
 // * Conversion to the RGBA8 attachment. GL stores one of the two codes next
 //   to clamp(x, 0, 1) * 255 (to nearest preferred), so the possible codes of
 //   a value interval [lo, hi] are floor(255 lo) .. ceil(255 hi) after the

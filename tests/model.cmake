@@ -1,0 +1,2 @@
+hdrgpu_add_test(gain_map_model_tests SOURCES GainMapModelTest.cpp support/GainMapModel.cpp)
+hdrgpu_add_test(gain_map_shader_tests INTERNAL SOURCES GainMapShaderTest.cpp support/GainMapModel.cpp support/EngineHarness.cpp)

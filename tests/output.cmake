@@ -1,0 +1,20 @@
+# The output target (EGL images, the output surface and the copy into it)
+# and the gain-map program's registration.
+hdrgpu_add_test(output_target_tests INTERNAL SOURCES OutputTargetTest.cpp)
+hdrgpu_add_test(gain_map_program_tests INTERNAL SOURCES GainMapProgramTest.cpp)
+
+# The gain-map program's two sources, checked offline by the reference GLSL
+# front end (ES 3.00, as their #version line says). Any error fails the test.
+find_program(HDRGPU_GLSLANG_VALIDATOR glslangValidator REQUIRED)
+add_executable(dump_gain_map_shaders tools/DumpGainMapShaders.cpp)
+target_include_directories(dump_gain_map_shaders PRIVATE ${PROJECT_SOURCE_DIR}/src)
+target_link_libraries(dump_gain_map_shaders PRIVATE hdrgpubackend)
+set(HDRGPU_SHADER_DUMP_DIR ${CMAKE_CURRENT_BINARY_DIR}/gainmap-shaders)
+add_test(NAME GainMapShaders.PassGlslangValidator
+  COMMAND sh -c "set -e; mkdir -p '${HDRGPU_SHADER_DUMP_DIR}'; \
+'$<TARGET_FILE:dump_gain_map_shaders>' '${HDRGPU_SHADER_DUMP_DIR}'; \
+'${HDRGPU_GLSLANG_VALIDATOR}' '${HDRGPU_SHADER_DUMP_DIR}/gainmap.vert'; \
+'${HDRGPU_GLSLANG_VALIDATOR}' '${HDRGPU_SHADER_DUMP_DIR}/gainmap.frag'")
+set_tests_properties(GainMapShaders.PassGlslangValidator PROPERTIES
+  FAIL_REGULAR_EXPRESSION "ERROR"
+  TIMEOUT 60)

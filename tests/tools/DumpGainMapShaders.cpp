@@ -1,0 +1,40 @@
+// Writes the gain-map program's two sources, exactly as the library compiles
+// them, to <dir>/gainmap.vert and <dir>/gainmap.frag, so that an offline
+// GLSL front end can check them.
+#include "HdrGenerateShaders.h"
+
+#include <cstdio>
+#include <string>
+
+namespace {
+
+bool WriteFile(const std::string& path, const char* text)
+{
+    FILE* file = std::fopen(path.c_str(), "wb");
+    if (file == nullptr) {
+        std::perror(path.c_str());
+        return false;
+    }
+    const std::string content = text;
+    const bool written = std::fwrite(content.data(), 1, content.size(), file) == content.size();
+    const bool closed = std::fclose(file) == 0;
+    if (!written || !closed) {
+        std::fprintf(stderr, "%s: write failed\n", path.c_str());
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: %s <output directory>\n", argv[0]);
+        return 2;
+    }
+    const std::string dir = argv[1];
+    const bool ok = WriteFile(dir + "/gainmap.vert", kGainMapVertexShader) &&
+                    WriteFile(dir + "/gainmap.frag", kGainMapFragmentShader);
+    return ok ? 0 : 1;
+}

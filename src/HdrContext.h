@@ -45,8 +45,11 @@ void* CreateImageKHR(EGLInfo& info, void* buffer, const int* attribs);
 void DestroyImageKHR(EGLInfo& info, void* image);
 void TargetTextureKHR(EGLInfo& info, void* image);
 // buffer is the surface handle narrowed to 32 bits, widened back by sign
-// extension.
+// extension: that loses a 64-bit handle that does not fit in 31 bits.
 void* PrepareTBMEglTexture(EGLInfo& info, int buffer, const void* image);
+// The same at full width; the engine uses this one, so that a platform whose
+// handles are 64-bit pointers keeps them whole.
+void* PrepareTBMEglTexture(EGLInfo& info, void* buffer, const void* image);
 
 // Copies what framebuffer holds (its colour attachment is the texture the
 // image backs) into the image's surface. Nothing to do for a native image.

@@ -568,8 +568,7 @@ int HdrGenerate::updateTBM()
         return GPU_GENERATE_ERROR_SURFACE;
     }
 
-    eglImage = PrepareTBMEglTexture(context->egl, static_cast<int>(reinterpret_cast<intptr_t>(tbmSurface)),
-                                    nullptr);
+    eglImage = PrepareTBMEglTexture(context->egl, static_cast<void*>(tbmSurface), nullptr);
     if (eglImage == nullptr) {
         HDR_LOG("%d ERROR: PrepareTBMEglTexture fail\n", __LINE__);
         return GPU_GENERATE_ERROR_EGL_IMAGE;

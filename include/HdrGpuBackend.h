@@ -94,6 +94,45 @@ enum GpuGenerateResult : int32_t {
     GPU_GENERATE_ERROR_FENCE_TIMEOUT = 15,  // upload fence not signalled within one second
 };
 
+// Entry points. C++ linkage (the two GpuGenerateHdr overloads coexist). The
+// library runs on the calling thread and restores the caller's EGL binding on
+// return; calls must be serialised by the host and made from the thread that
+// initialised the library.
+
+// Creates the calling thread's EGL context on option.eglDisplay and the
+// engine. 0 on success; 1 if this thread is already initialised; 2 no display;
+// 4 context refused; 5/6 first bind/unbind failed; 7, 8, 9, 11 engine set-up.
+int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option);
+
+// Stores the metadata (a gamut or trfn of -1 is replaced in the caller's
+// record by BT709 / sRGB), makes the output surface in the streaming mode and
+// uploads the planes. Non-null on success: the address of the six upload
+// mappings of the streaming mode (entry `plane` is where the host writes that
+// plane between UpdateDataBegin and UpdateDataEnd). Null on any failure.
+uint8_t** GpuGenerateHdrSetHdrInfo(HdrInfo* hdrInfo);
+
+// Streaming mode: Begin binds the context and readies plane `plane` (0..5:
+// main Y, U, V, gain-map Y, U, V) for writing; End (with that plane's size)
+// copies it into its texture and unbinds. Non-zero on success, 0 on failure.
+int GpuGenerateHdrUpdateDataBegin(int& plane);
+int GpuGenerateHdrUpdateDataEnd(int& width, int& height);
+
+// Draws with the metadata of the last successful GpuGenerateHdrSetHdrInfo;
+// one draw per successful SetHdrInfo.
+int GpuGenerateHdr();
+// One shot: stores the metadata, uploads and draws (no defaults applied).
+int GpuGenerateHdr(HdrInfo* hdrInfo);
+
+// The output tbm surface handle, narrowed to 32 bits, once a draw has
+// succeeded; -1 otherwise.
+int GpuGenerateGetTBM();
+
+// The render path's texture pass; 0 on success, 3 without a context.
+int GpuRender();
+
+// Releases the engine and the calling thread's EGL context.
+void GpuGenerateHdrDestroy();
+
 // The records cross the library boundary: their layout is fixed (LP64).
 static_assert(sizeof(void*) == 8, "the records' layout is defined for LP64");
 static_assert(offsetof(HdrInfo, nMainImageWidth) == 0, "HdrInfo ABI");

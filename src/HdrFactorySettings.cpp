@@ -4,6 +4,10 @@
 
 #include <system_info.h>
 
+#include <array>
+#include <fstream>
+#include <vector>
+
 namespace {
 
 // One unsigned comparison: a negative value wraps above any maximum.
@@ -106,4 +110,76 @@ bool HdrFactorySettings::GetParameterFromSystemInfo(Parameter& param)
 bool HdrFactorySettings::GetParameter(Parameter& param)
 {
     return GetParameterFromSystemInfo(param);
+}
+
+namespace {
+
+// Splits a line at runs of blanks, tabs and carriage returns.
+std::vector<std::string> Words(const std::string& line)
+{
+    std::vector<std::string> words;
+    size_t position = 0;
+    while (position < line.size()) {
+        const size_t begin = line.find_first_not_of(" \t\r", position);
+        if (begin == std::string::npos) {
+            break;
+        }
+        const size_t end = line.find_first_of(" \t\r", begin);
+        words.push_back(line.substr(begin, end == std::string::npos ? std::string::npos : end - begin));
+        position = end == std::string::npos ? line.size() : end;
+    }
+    return words;
+}
+
+}  // namespace
+
+bool HdrFactorySettings::GetParameterInFile(const std::string& path, Parameter& param)
+{
+    // The file's keys are the record's field names, in field order.
+    static const std::array<std::string, 11> keys = {
+        "MDB_V1",        "MDB_V2",        "MDB_T1",        "MDB_T2",        "GAMMA_MUL",     "GAIN_CURVE_P0",
+        "GAIN_CURVE_P1", "GAIN_CURVE_P2", "GAIN_CURVE_G0", "GAIN_CURVE_G1", "GAIN_CURVE_G2",
+    };
+    int32_t* const fields[11] = {&param.MDB_V1,        &param.MDB_V2,        &param.MDB_T1,
+                                 &param.MDB_T2,        &param.GAMMA_MUL,     &param.GAIN_CURVE_P0,
+                                 &param.GAIN_CURVE_P1, &param.GAIN_CURVE_P2, &param.GAIN_CURVE_G0,
+                                 &param.GAIN_CURVE_G1, &param.GAIN_CURVE_G2};
+    // Values land here first and reach param only at the end of the file,
+    // so a value that throws leaves param as it was.
+    int32_t values[11];
+    for (int i = 0; i < 11; ++i) {
+        values[i] = *fields[i];
+    }
+
+    HDR_LOG("start : %s", path.c_str());
+    std::ifstream file(path);
+    if (!file.is_open()) {
+        HDR_LOG("GetParameterInFile : %s open fail or It doesn't exist", path.c_str());
+        HDR_LOG("end");
+        return false;
+    }
+    HDR_LOG("GetParameterInFile : %s open success", path.c_str());
+
+    std::string line;
+    while (std::getline(file, line)) {
+        const std::vector<std::string> words = Words(line);
+        if (words.size() < 2) {
+            continue;
+        }
+        for (size_t i = 0; i < keys.size(); ++i) {
+            if (words[0] == keys[i]) {
+                HDR_LOG("LoadSettings set : parameter_values[%d]: %s, %s", static_cast<int>(i), keys[i].c_str(),
+                        words[1].c_str());
+                values[i] = std::stoi(words[1], nullptr, 10);  // lets its exceptions through
+                break;
+            }
+        }
+    }
+
+    for (int i = 0; i < 11; ++i) {
+        *fields[i] = values[i];
+    }
+    param.Print("fileParam");
+    HDR_LOG("end");
+    return true;
 }

@@ -41,6 +41,13 @@ public:
     static bool GetParameterFromSystemInfo(Parameter& param);
     // The one source of the load order: the system information.
     static bool GetParameter(Parameter& param);
+
+    // Reads "KEY value" lines of a plain-text file at path into param (keys
+    // not named keep their values); no range check. False when the file
+    // cannot be opened. A value word that is not a number throws
+    // std::invalid_argument, one outside int32 std::out_of_range; param is
+    // then unchanged.
+    static bool GetParameterInFile(const std::string& path, Parameter& param);
 };
 
 #endif

@@ -60,6 +60,11 @@ public:
     bool UpdateDataBegin(int plane);
     bool UpdateDataEnd(int width, int height);
 
+    // Metadata intake: stores and logs the job, makes the output surface
+    // (streaming mode) and uploads the planes. The address of mappedPlanes
+    // on success, null on failure.
+    uint8_t** setHdrInfo(HdrInfo* _hdrInfo);
+
     // Tuning, shader constants and the draw.
     int LoadSettings();
     int UpdateUniform();

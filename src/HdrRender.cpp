@@ -14,9 +14,9 @@
 #include "HdrRender.h"
 
 #include "HdrCommon.h"
+#include "HdrGenerate.h"
 #include "HdrGpuBackend.h"
 #include "TSShaderManager.h"
-#include <GLES3/gl3.h>
 
 #include <iterator>
 
@@ -322,4 +322,36 @@ int HdrRender::Terminate()
     contexts.erase(contexts.begin() + (record - contexts.data()));
     HDR_LOG("Successfully terminated a EGL context (%zd).\n", contexts.size());
     return GPU_GENERATE_SUCCESS;
+}
+
+void HdrRender::UpdateAttribs()
+{
+    glUseProgram(shaderManager->GetProgram());
+    const HdrInfo& info = HdrGenerate::GetInstance()->hdrInfo;
+    const float w = static_cast<float>(info.outputWidth);
+    const float h = static_cast<float>(info.outputHeight);
+
+    // Letter- or pillar-box the picture into a 1920 x 1080 screen.
+    const float heightIfFullWidth = 1920.0f / w * h;
+    const float widthIfFullHeight = 1080.0f / h * w;
+    float left = -1.0f;
+    float right = 1.0f;
+    float bottom = -1.0f;
+    float top = 1.0f;
+    if (heightIfFullWidth >= 1080.0f) {
+        const float sx = widthIfFullHeight / 1920.0f;
+        left = -sx;
+        right = sx;
+    } else if (widthIfFullHeight >= 1920.0f) {
+        const float sy = heightIfFullWidth / 1080.0f;
+        bottom = -sy;
+        top = sy;
+    }
+
+    vertices = {left,  top,    0.0f, 0.0f, 1.0f, left,  bottom, 0.0f, 0.0f, 0.0f,
+                right, bottom, 0.0f, 1.0f, 0.0f, left,  top,    0.0f, 0.0f, 1.0f,
+                right, bottom, 0.0f, 1.0f, 0.0f, right, top,    0.0f, 1.0f, 1.0f};
+    glBindBuffer(GL_ARRAY_BUFFER, vertexBuffer);
+    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(vertices.size() * sizeof(float)), vertices.data(),
+                 GL_STATIC_DRAW);
 }

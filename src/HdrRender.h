@@ -39,6 +39,9 @@ public:
     bool IsInited();
     // The texture draw pass: builds its program and location maps.
     bool SetupShaders();
+    // Fits the generator's output aspect into the 1920 x 1080 screen and
+    // uploads the quad (to buffer 0: no operation makes the pass's buffer).
+    void UpdateAttribs();
     // Always 0; the pass issues no GL command.
     int Draw();
 

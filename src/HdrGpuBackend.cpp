@@ -1,0 +1,199 @@
+// The public entry points. They hold no state: the engine and the
+// render-context registry do. Every call that touches GL binds the calling
+// thread's context around its work, so the host's binding is back on return.
+#include "HdrGpuBackend.h"
+
+#include "HdrCommon.h"
+#include "HdrGenerate.h"
+#include "HdrRender.h"
+
+int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option)
+{
+    HDR_LOG("GpuGenerateHdrInit start");
+    HdrRender* render = HdrRender::GetInstance();
+    if (render->IsInited()) {
+        HDR_LOG("%d ERROR: GpuGenerateHdrInit called twice, Please call GpuGenerateHdrDestroy() before "
+                "GpuGenerateHdrInit\n",
+                __LINE__);
+        return GPU_GENERATE_ERROR_INIT_TWICE;
+    }
+
+    render->SetEGLDisplay(option.eglDisplay);
+    int result = render->Init();
+    if (result != GPU_GENERATE_SUCCESS) {
+        GpuGenerateHdrDestroy();
+        return result;
+    }
+    // Deliberately no teardown here: the registry stays initialised.
+    if (!render->Bind()) {
+        return GPU_GENERATE_ERROR_FIRST_BIND;
+    }
+
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    engine->initOption = option;
+    engine->outputYUV = option.outputYUV;
+    result = engine->Init();
+    if (result != GPU_GENERATE_SUCCESS) {
+        // Torn down while still bound; the unbind below then has no record.
+        GpuGenerateHdrDestroy();
+    }
+
+    if (!HdrRender::GetInstance()->Unbind()) {
+        return GPU_GENERATE_ERROR_INIT_UNBIND;
+    }
+    HDR_LOG("GpuGenerateHdrInit end");
+    return result;
+}
+
+uint8_t** GpuGenerateHdrSetHdrInfo(HdrInfo* hdrInfo)
+{
+    HDR_LOG("GpuGenerateHdrSetHdrInfo start");
+    if (hdrInfo == nullptr) {
+        HDR_LOG("%d ERROR: hdrInfo == nullptr\n", __LINE__);
+        return nullptr;
+    }
+    HdrRender* render = HdrRender::GetInstance();
+    if (!render->IsInited()) {
+        HDR_LOG("%d ERROR: Not call GpuGenerateHdrInit or GpuGenerateHdrInit fail\n", __LINE__);
+        return nullptr;
+    }
+
+    // Defaults go into the caller's own record, before anything is bound.
+    if (static_cast<int32_t>(hdrInfo->gamut) == -1) {
+        hdrInfo->gamut = hdr_color_gamut::HDR_COLORGAMUT_BT709;
+        HDR_LOG("use the default gamut(BT709)");
+    }
+    if (static_cast<int32_t>(hdrInfo->trfn) == -1) {
+        hdrInfo->trfn = hdr_transfer_function::HDR_TF_SRGB;
+        HDR_LOG("use the default trfn(SRGB)");
+    }
+
+    if (!render->Bind()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return nullptr;
+    }
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    engine->LoadSettings();  // generation goes on with the tuning as it stands
+    uint8_t** result = engine->setHdrInfo(hdrInfo);
+    if (!render->Unbind()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return nullptr;
+    }
+    if (result != nullptr) {
+        engine->isInfoReady = true;
+    }
+    HDR_LOG("GpuGenerateHdrSetHdrInfo end");
+    return result;
+}
+
+int GpuGenerateHdrUpdateDataBegin(int& plane)
+{
+    return HdrGenerate::GetInstance()->UpdateDataBegin(plane) ? 1 : 0;
+}
+
+int GpuGenerateHdrUpdateDataEnd(int& width, int& height)
+{
+    return HdrGenerate::GetInstance()->UpdateDataEnd(width, height) ? 1 : 0;
+}
+
+int GpuGenerateHdr()
+{
+    HDR_LOG("GpuGenerateHdr start");
+    HdrRender* render = HdrRender::GetInstance();
+    if (!render->IsInited()) {
+        HDR_LOG("%d ERROR: Not call GpuGenerateHdrInit or GpuGenerateHdrInit fail\n", __LINE__);
+        return GPU_GENERATE_ERROR_CALL_ORDER;
+    }
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    if (!engine->isInfoReady) {
+        HDR_LOG("%d ERROR: Not call GpuGenerateHdrSetHdrInfo or GpuGenerateHdrSetHdrInfo fail\n", __LINE__);
+        return GPU_GENERATE_ERROR_CALL_ORDER;
+    }
+    // One successful SetHdrInfo allows exactly one attempt, whatever its outcome.
+    engine->isInfoReady = false;
+
+    if (!render->Bind()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return GPU_GENERATE_ERROR_NO_CONTEXT;
+    }
+    const int result = engine->Draw();
+    if (!render->Unbind()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return GPU_GENERATE_ERROR_NO_CONTEXT;
+    }
+    HDR_LOG("GpuGenerateHdr end");
+    return result;
+}
+
+int GpuGenerateHdr(HdrInfo* hdrInfo)
+{
+    HDR_LOG("GpuGenerateHdr start");
+    if (hdrInfo == nullptr) {
+        HDR_LOG("%d ERROR: hdrInfo == nullptr\n", __LINE__);
+        return GPU_GENERATE_ERROR_BAD_INPUT;
+    }
+    HdrRender* render = HdrRender::GetInstance();
+    if (!render->IsInited()) {
+        HDR_LOG("%d ERROR: Not call GpuGenerateHdrInit or GpuGenerateHdrInit fail\n", __LINE__);
+        return GPU_GENERATE_ERROR_CALL_ORDER;
+    }
+    if (!render->Bind()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return GPU_GENERATE_ERROR_NO_CONTEXT;
+    }
+    // No defaults and no ready mark on this path, unlike SetHdrInfo.
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    engine->LoadSettings();
+    engine->setHdrInfo(hdrInfo);
+    const int result = engine->Draw();
+    if (!render->Unbind()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return GPU_GENERATE_ERROR_NO_CONTEXT;
+    }
+    HDR_LOG("GpuGenerateHdr end");
+    return result;
+}
+
+int GpuGenerateGetTBM()
+{
+    if (!HdrRender::GetInstance()->IsInited()) {
+        HDR_LOG("%d ERROR: Not call GpuGenerateHdrInit or GpuGenerateHdrInit fail\n", __LINE__);
+        return GPU_GENERATE_NO_SURFACE;
+    }
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    if (!engine->isGenerated) {
+        HDR_LOG("%d ERROR: Not call GpuGenerateHdr or GpuGenerateHdr fail\n", __LINE__);
+        return GPU_GENERATE_NO_SURFACE;
+    }
+    return engine->getHdrTBMSurface();
+}
+
+int GpuRender()
+{
+    // On whatever context is current, before binding.
+    glClearColor(1.0f, 1.0f, 1.0f, 0.1f);
+    HdrRender* render = HdrRender::GetInstance();
+    if (!render->Bind()) {
+        return GPU_GENERATE_ERROR_NO_CONTEXT;
+    }
+    const int result = render->Draw();
+    if (!render->Unbind()) {
+        return GPU_GENERATE_ERROR_NO_CONTEXT;
+    }
+    return result;
+}
+
+void GpuGenerateHdrDestroy()
+{
+    HDR_LOG("GpuGenerateHdrDestroy start");
+    if (!HdrRender::GetInstance()->IsInited()) {
+        HDR_LOG("%d ERROR: Not call GpuGenerateHdrInit or GpuGenerateHdrInit fail\n", __LINE__);
+    }
+    if (!HdrGenerate::GetInstance()->isGenerated) {
+        HDR_LOG("%d ERROR: Not call GpuGenerateHdr or GpuGenerateHdr fail\n", __LINE__);
+    }
+    // The engine first, then the registry, without binding.
+    HdrGenerate::DestroyInstance();
+    HdrRender::DestroyInstance();
+    HDR_LOG("GpuGenerateHdrDestroy end");
+}

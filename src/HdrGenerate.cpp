@@ -11,6 +11,7 @@
 
 #include "HdrCommon.h"
 #include "HdrContext.h"
+#include "HdrFullScreenQuad.h"
 #include "HdrGenerateShaders.h"
 #include "HdrGenerateTransferFunction.h"
 #include "HdrRender.h"
@@ -30,16 +31,6 @@ HdrGenerate* HdrGenerate::pInstance = nullptr;
 namespace {
 
 constexpr GLenum kOutputTextureUnit = GL_TEXTURE0 + DATA_TYPE_COUNT;
-
-// Two triangles over the clip square, (x, y, z, u, v) per vertex.
-const float kQuadVertices[30] = {
-    -1.0f, 1.0f,  0.0f, 0.0f, 1.0f,
-    -1.0f, -1.0f, 0.0f, 0.0f, 0.0f,
-    1.0f,  -1.0f, 0.0f, 1.0f, 0.0f,
-    -1.0f, 1.0f,  0.0f, 0.0f, 1.0f,
-    1.0f,  -1.0f, 0.0f, 1.0f, 0.0f,
-    1.0f,  1.0f,  0.0f, 1.0f, 1.0f,
-};
 
 // Uniform slots 0..20 of the gain-map program, in registration order.
 const char* const kUniformNames[] = {
@@ -87,7 +78,7 @@ HdrGenerate::HdrGenerate()
       tbmSurface(nullptr),
       eglImage(nullptr),
       apl(0),
-      quadVertices(std::begin(kQuadVertices), std::end(kQuadVertices)),
+      quadVertices(std::begin(kFullScreenQuad), std::end(kFullScreenQuad)),
       quadIndices{0, 1, 2, 3, 4, 5},
       outputYUV(true),
       isInfoReady(false),

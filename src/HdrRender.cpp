@@ -14,6 +14,7 @@
 #include "HdrRender.h"
 
 #include "HdrCommon.h"
+#include "HdrFullScreenQuad.h"
 #include "HdrGenerate.h"
 #include "HdrGpuBackend.h"
 #include "TSShaderManager.h"
@@ -24,16 +25,15 @@ HdrRender* HdrRender::pInstance = nullptr;
 
 namespace {
 
-// Two triangles over the whole clip square, (x, y, z, u, v) per vertex,
-// texture v = 1 at the top.
-const float kFullScreenQuad[30] = {
-    -1.0f, 1.0f,  0.0f, 0.0f, 1.0f,
-    -1.0f, -1.0f, 0.0f, 0.0f, 0.0f,
-    1.0f,  -1.0f, 0.0f, 1.0f, 0.0f,
-    -1.0f, 1.0f,  0.0f, 0.0f, 1.0f,
-    1.0f,  -1.0f, 0.0f, 1.0f, 0.0f,
-    1.0f,  1.0f,  0.0f, 1.0f, 1.0f,
-};
+// The pass starts from the full-screen quad (HdrFullScreenQuad.h) and
+// replaces it with a letter- or pillar-boxed one in UpdateAttribs, fitted
+// into a 1920 x 1080 screen. No operation of the library makes the pass's
+// vertex buffer, vertex array or index buffer: the pass is a skeleton whose
+// Draw issues no GL command, kept so that a host's GpuRender call has a
+// well-defined, harmless result. Its program has an empty fragment stage.
+//
+// Records of the registry are zero-filled when made; threads are told
+// apart by their full pthread_t, although logs print only 32 bits of it.
 
 // Thread ids are printed as their low 32 bits.
 unsigned LowThreadId(pthread_t id)

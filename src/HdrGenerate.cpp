@@ -350,6 +350,14 @@ int HdrGenerate::UpdateTextures()
         // the buffers for the next picture.
         HDR_LOG("optimized !!!!!!!!!!!!!!!!!!!!!!!!\n");
         UpdatePBOs();
+        // A buffer that could not be mapped leaves the host nowhere to write
+        // the next picture: fail the intake rather than hand out a null.
+        for (uint8_t* mapping : mappedPlanes) {
+            if (mapping == nullptr) {
+                HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+                return GPU_GENERATE_ERROR_GL;
+            }
+        }
     } else {
         for (const uint8_t* data : {hdrInfo.mainImagePlanes[0], hdrInfo.mainImagePlanes[1],
                                     hdrInfo.mainImagePlanes[2], hdrInfo.gainMapPlanes[0],

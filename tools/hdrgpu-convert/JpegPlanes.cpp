@@ -1,0 +1,370 @@
+#include "JpegPlanes.h"
+
+#include <cstdio>  // jpeglib.h needs FILE
+#include <cstdlib>
+#include <csetjmp>
+#include <cstring>
+
+#include <jerror.h>
+#include <jpeglib.h>
+
+namespace hdrconvert {
+
+namespace {
+
+// Larger pictures are refused rather than decoded (the output surface's byte
+// size must also fit 32 bits).
+constexpr long long kMaxPixels = 256LL * 1024 * 1024;
+
+// libjpeg reports errors through a callback that must not return: it jumps
+// back to the setjmp of the call in progress with the formatted message.
+struct ErrorManager {
+    jpeg_error_mgr pub;
+    jmp_buf jump;
+    char message[JMSG_LENGTH_MAX];
+    bool truncated;
+};
+
+[[noreturn]] void OnError(j_common_ptr cinfo)
+{
+    ErrorManager* e = reinterpret_cast<ErrorManager*>(cinfo->err);
+    (*cinfo->err->format_message)(cinfo, e->message);
+    std::longjmp(e->jump, 1);
+}
+
+// Warnings that mean the picture cannot be right are errors here: libjpeg
+// would fill the missing part with grey and go on. Other warnings (e.g.
+// extraneous bytes before a marker) are common in real files and harmless.
+void OnMessage(j_common_ptr cinfo, int level)
+{
+    if (level >= 0) {
+        return;  // trace messages
+    }
+    ErrorManager* e = reinterpret_cast<ErrorManager*>(cinfo->err);
+    switch (cinfo->err->msg_code) {
+    case JWRN_JPEG_EOF:
+        e->truncated = true;
+        std::snprintf(e->message, sizeof e->message, "truncated JPEG data");
+        std::longjmp(e->jump, 1);
+    case JWRN_HIT_MARKER:
+    case JWRN_HUFF_BAD_CODE:
+    case JWRN_MUST_RESYNC:
+    case JWRN_NOT_SEQUENTIAL:
+    case JWRN_BOGUS_PROGRESSION:
+        (*cinfo->err->format_message)(cinfo, e->message);
+        std::longjmp(e->jump, 1);
+    default:
+        break;
+    }
+}
+
+void InstallErrorManager(ErrorManager* e)
+{
+    jpeg_std_error(&e->pub);
+    e->pub.error_exit = OnError;
+    e->pub.emit_message = OnMessage;
+    e->message[0] = '\0';
+    e->truncated = false;
+}
+
+uint8_t ClampToByte(double v)
+{
+    if (v <= 0.0) {
+        return 0;
+    }
+    if (v >= 255.0) {
+        return 255;
+    }
+    return static_cast<uint8_t>(v + 0.5);
+}
+
+// Why a colour space is refused; empty when it is decoded.
+std::string RefusedColourSpace(const jpeg_decompress_struct& cinfo)
+{
+    switch (cinfo.jpeg_color_space) {
+    case JCS_GRAYSCALE:
+        return cinfo.num_components == 1 ? "" : "unsupported JPEG component layout";
+    case JCS_YCbCr:
+    case JCS_RGB:
+        return cinfo.num_components == 3 ? "" : "unsupported JPEG component layout";
+    case JCS_CMYK:
+        return "CMYK JPEG, unsupported";
+    case JCS_YCCK:
+        return "YCCK (CMYK) JPEG, unsupported";
+    default:
+        return "unsupported JPEG colour space (" + std::to_string(cinfo.num_components) + " components)";
+    }
+}
+
+std::string SizeRefusal(const jpeg_decompress_struct& cinfo)
+{
+    const long long pixels = static_cast<long long>(cinfo.image_width) * cinfo.image_height;
+    if (cinfo.image_width < 1 || cinfo.image_height < 1) {
+        return "JPEG image has no pixels";
+    }
+    if (pixels > kMaxPixels) {
+        return "image too large (" + std::to_string(cinfo.image_width) + "x" +
+               std::to_string(cinfo.image_height) + ")";
+    }
+    return "";
+}
+
+// The decoding itself. Every object that lives across the setjmp exists
+// before it, so the jump skips no destructor.
+bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size,
+            YuvPlanes* out, std::string* refusal)
+{
+    if (setjmp(err->jump) != 0) {
+        return false;
+    }
+    jpeg_create_decompress(cinfo);
+    jpeg_mem_src(cinfo, data, static_cast<unsigned long>(size));
+    jpeg_read_header(cinfo, TRUE);
+    *refusal = RefusedColourSpace(*cinfo);
+    if (refusal->empty()) {
+        *refusal = SizeRefusal(*cinfo);
+    }
+    if (!refusal->empty()) {
+        return false;
+    }
+    const J_COLOR_SPACE source = cinfo->jpeg_color_space;
+    cinfo->out_color_space = source == JCS_GRAYSCALE ? JCS_GRAYSCALE : source == JCS_RGB ? JCS_RGB : JCS_YCbCr;
+    cinfo->dct_method = JDCT_ISLOW;
+    cinfo->do_fancy_upsampling = TRUE;
+    jpeg_start_decompress(cinfo);
+
+    const size_t width = cinfo->output_width;
+    const size_t height = cinfo->output_height;
+    const size_t pixels = width * height;
+    out->width = static_cast<int>(width);
+    out->height = static_cast<int>(height);
+    out->components = cinfo->num_components;
+    out->y.resize(pixels);
+    out->u.resize(pixels);
+    out->v.resize(pixels);
+
+    const int channels = cinfo->output_components;
+    const int rowsAtOnce = cinfo->rec_outbuf_height > 0 ? cinfo->rec_outbuf_height : 1;
+    // Freed with the decompressor.
+    JSAMPARRAY rows = (*cinfo->mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(cinfo), JPOOL_IMAGE,
+                                                  static_cast<JDIMENSION>(width * channels),
+                                                  static_cast<JDIMENSION>(rowsAtOnce));
+    while (cinfo->output_scanline < cinfo->output_height) {
+        const size_t first = cinfo->output_scanline;
+        const JDIMENSION got = jpeg_read_scanlines(cinfo, rows, static_cast<JDIMENSION>(rowsAtOnce));
+        for (JDIMENSION r = 0; r < got; ++r) {
+            const JSAMPLE* in = rows[r];
+            const size_t base = (first + r) * width;
+            uint8_t* y = out->y.data() + base;
+            uint8_t* u = out->u.data() + base;
+            uint8_t* v = out->v.data() + base;
+            if (channels == 1) {
+                std::memcpy(y, in, width);
+                std::memset(u, 128, width);
+                std::memset(v, 128, width);
+            } else if (cinfo->out_color_space == JCS_YCbCr) {
+                for (size_t x = 0; x < width; ++x) {
+                    y[x] = in[3 * x];
+                    u[x] = in[3 * x + 1];
+                    v[x] = in[3 * x + 2];
+                }
+            } else {
+                // Full-range BT.601, as JFIF defines YCbCr.
+                for (size_t x = 0; x < width; ++x) {
+                    const double r8 = in[3 * x];
+                    const double g8 = in[3 * x + 1];
+                    const double b8 = in[3 * x + 2];
+                    y[x] = ClampToByte(0.299 * r8 + 0.587 * g8 + 0.114 * b8);
+                    u[x] = ClampToByte(-0.168735892 * r8 - 0.331264108 * g8 + 0.5 * b8 + 128.0);
+                    v[x] = ClampToByte(0.5 * r8 - 0.418687589 * g8 - 0.081312411 * b8 + 128.0);
+                }
+            }
+        }
+        if (got == 0) {
+            std::snprintf(err->message, sizeof err->message, "JPEG decoder made no progress");
+            return false;
+        }
+    }
+    jpeg_finish_decompress(cinfo);
+    return true;
+}
+
+bool Header(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size, int* width,
+            int* height, std::string* refusal)
+{
+    if (setjmp(err->jump) != 0) {
+        return false;
+    }
+    jpeg_create_decompress(cinfo);
+    jpeg_mem_src(cinfo, data, static_cast<unsigned long>(size));
+    jpeg_read_header(cinfo, TRUE);
+    *refusal = RefusedColourSpace(*cinfo);
+    if (refusal->empty()) {
+        *refusal = SizeRefusal(*cinfo);
+    }
+    *width = static_cast<int>(cinfo->image_width);
+    *height = static_cast<int>(cinfo->image_height);
+    return refusal->empty();
+}
+
+std::string DecoderReason(const ErrorManager& err, const std::string& refusal)
+{
+    if (!refusal.empty()) {
+        return refusal;
+    }
+    if (err.truncated) {
+        return "truncated JPEG data";
+    }
+    if (err.message[0] != '\0') {
+        // libjpeg's own corruption warnings already say so.
+        const std::string message = err.message;
+        const std::string prefix = "Corrupt JPEG data: ";
+        return "corrupt JPEG data: " +
+               (message.rfind(prefix, 0) == 0 ? message.substr(prefix.size()) : message);
+    }
+    return "corrupt JPEG data";
+}
+
+bool StartsLikeJpeg(const uint8_t* data, size_t size)
+{
+    return data != nullptr && size >= 4 && data[0] == 0xFF && data[1] == 0xD8;
+}
+
+// Compression with the error jump, as for decoding. *buffer is malloc'ed by
+// the memory destination and freed by the caller on both outcomes.
+bool Encode(jpeg_compress_struct* cinfo, ErrorManager* err, unsigned char** buffer, unsigned long* bufferSize,
+            const uint8_t* pixels, int width, int height, int components, J_COLOR_SPACE space, int quality,
+            ChromaSampling sampling)
+{
+    if (setjmp(err->jump) != 0) {
+        return false;
+    }
+    jpeg_create_compress(cinfo);
+    jpeg_mem_dest(cinfo, buffer, bufferSize);
+    cinfo->image_width = static_cast<JDIMENSION>(width);
+    cinfo->image_height = static_cast<JDIMENSION>(height);
+    cinfo->input_components = components;
+    cinfo->in_color_space = space;
+    jpeg_set_defaults(cinfo);
+    jpeg_set_quality(cinfo, quality, TRUE);
+    cinfo->dct_method = JDCT_ISLOW;
+    if (components == 3) {
+        const int factor = sampling == ChromaSampling::Yuv420 ? 2 : 1;
+        cinfo->comp_info[0].h_samp_factor = factor;
+        cinfo->comp_info[0].v_samp_factor = factor;
+        for (int c = 1; c < 3; ++c) {
+            cinfo->comp_info[c].h_samp_factor = 1;
+            cinfo->comp_info[c].v_samp_factor = 1;
+        }
+    }
+    jpeg_start_compress(cinfo, TRUE);
+    const size_t stride = static_cast<size_t>(width) * components;
+    while (cinfo->next_scanline < cinfo->image_height) {
+        JSAMPROW row = const_cast<JSAMPROW>(pixels + cinfo->next_scanline * stride);
+        jpeg_write_scanlines(cinfo, &row, 1);
+    }
+    jpeg_finish_compress(cinfo);
+    return true;
+}
+
+std::vector<uint8_t> EncodeInterleaved(const uint8_t* pixels, int width, int height, int components,
+                                       J_COLOR_SPACE space, int quality, ChromaSampling sampling)
+{
+    std::vector<uint8_t> result;
+    if (pixels == nullptr || width < 1 || height < 1 || width > 65500 || height > 65500) {
+        return result;
+    }
+    jpeg_compress_struct cinfo;
+    ErrorManager err;
+    std::memset(&cinfo, 0, sizeof cinfo);
+    InstallErrorManager(&err);
+    cinfo.err = &err.pub;
+    unsigned char* buffer = nullptr;
+    unsigned long bufferSize = 0;
+    const bool ok = Encode(&cinfo, &err, &buffer, &bufferSize, pixels, width, height, components, space,
+                           quality < 1 ? 1 : quality > 100 ? 100 : quality, sampling);
+    jpeg_destroy_compress(&cinfo);
+    if (ok && buffer != nullptr) {
+        result.assign(buffer, buffer + bufferSize);
+    }
+    std::free(buffer);
+    return result;
+}
+
+}  // namespace
+
+bool ReadJpegHeader(const uint8_t* data, size_t size, int* width, int* height, std::string* reason)
+{
+    if (!StartsLikeJpeg(data, size)) {
+        *reason = "not a JPEG codestream";
+        return false;
+    }
+    jpeg_decompress_struct cinfo;
+    ErrorManager err;
+    std::memset(&cinfo, 0, sizeof cinfo);
+    InstallErrorManager(&err);
+    cinfo.err = &err.pub;
+    std::string refusal;
+    int w = 0;
+    int h = 0;
+    const bool ok = Header(&cinfo, &err, data, size, &w, &h, &refusal);
+    jpeg_destroy_decompress(&cinfo);
+    if (!ok) {
+        *reason = DecoderReason(err, refusal);
+        return false;
+    }
+    *width = w;
+    *height = h;
+    return true;
+}
+
+bool DecodeJpegPlanes(const uint8_t* data, size_t size, YuvPlanes* out, std::string* reason)
+{
+    if (!StartsLikeJpeg(data, size)) {
+        *reason = "not a JPEG codestream";
+        return false;
+    }
+    jpeg_decompress_struct cinfo;
+    ErrorManager err;
+    std::memset(&cinfo, 0, sizeof cinfo);
+    InstallErrorManager(&err);
+    cinfo.err = &err.pub;
+    std::string refusal;
+    YuvPlanes planes;
+    const bool ok = Decode(&cinfo, &err, data, size, &planes, &refusal);
+    jpeg_destroy_decompress(&cinfo);
+    if (!ok) {
+        *reason = DecoderReason(err, refusal);
+        return false;
+    }
+    *out = std::move(planes);
+    return true;
+}
+
+std::vector<uint8_t> EncodeRgbJpeg(const uint8_t* rgb, int width, int height, int quality, ChromaSampling sampling)
+{
+    return EncodeInterleaved(rgb, width, height, 3, JCS_RGB, quality, sampling);
+}
+
+std::vector<uint8_t> EncodeGreyJpeg(const uint8_t* grey, int width, int height, int quality)
+{
+    return EncodeInterleaved(grey, width, height, 1, JCS_GRAYSCALE, quality, ChromaSampling::Yuv444);
+}
+
+std::vector<uint8_t> EncodeYuvJpeg(const YuvPlanes& planes, int quality, ChromaSampling sampling)
+{
+    const size_t pixels = static_cast<size_t>(planes.width) * static_cast<size_t>(planes.height);
+    if (planes.width < 1 || planes.height < 1 || planes.y.size() != pixels || planes.u.size() != pixels ||
+        planes.v.size() != pixels) {
+        return {};
+    }
+    std::vector<uint8_t> interleaved(pixels * 3);
+    for (size_t i = 0; i < pixels; ++i) {
+        interleaved[3 * i] = planes.y[i];
+        interleaved[3 * i + 1] = planes.u[i];
+        interleaved[3 * i + 2] = planes.v[i];
+    }
+    return EncodeInterleaved(interleaved.data(), planes.width, planes.height, 3, JCS_YCbCr, quality, sampling);
+}
+
+}  // namespace hdrconvert

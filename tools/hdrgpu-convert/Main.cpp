@@ -1,0 +1,602 @@
+// hdrgpu-convert: renders gain-map JPEG photographs into 8-bit HDR pictures
+// (PNG or raw RGBA) with the HDR GPU library, as a host of the library does.
+#include "GainMapJpeg.h"
+#include "ImageOutput.h"
+#include "JpegPlanes.h"
+#include "Orientation.h"
+#include "Renderer.h"
+#include "SampleMaker.h"
+
+#ifdef HDRGPU_CONVERT_STANDINS
+#include <dlog_standin.h>
+#endif
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+using hdrconvert::DisplayChoice;
+using hdrconvert::OutputFormat;
+using hdrconvert::RenderMode;
+
+constexpr const char* kProgram = "hdrgpu-convert";
+
+// Exit codes.
+constexpr int kExitAllConverted = 0;
+constexpr int kExitSomeFailed = 1;
+constexpr int kExitUsage = 2;
+constexpr int kExitNoRenderer = 3;
+
+const char* const kHelp =
+    "Usage: hdrgpu-convert [options] INPUT... -o OUTDIR\n"
+    "       hdrgpu-convert --make-sample FILE [--sample-size WxH] [--sample-orientation N]\n"
+    "\n"
+    "Renders gain-map JPEG photographs (an SDR primary image plus a gain map,\n"
+    "located by MPF, with Adobe hdrgm XMP and/or ISO 21496-1 metadata) into HDR\n"
+    "pictures with the HDR GPU library, one output file per input, named after\n"
+    "the input (photo.jpg -> OUTDIR/photo.png). The picture is turned and\n"
+    "mirrored as the primary's EXIF orientation says.\n"
+    "\n"
+    "Output:\n"
+    "  -o, --output DIR         directory for the outputs (created if missing)\n"
+    "      --format png|raw     png: 8-bit RGBA PNG (default); raw: plain RGBA\n"
+    "                           bytes, width*height*4, row 0 first, no header (.rgba)\n"
+    "      --png-level N        PNG zlib level 0..9 (default 1: fast)\n"
+    "      --size WxH           output size as displayed (default: the primary's\n"
+    "                           size after its EXIF orientation)\n"
+    "      --yuv                ask the library for YUV output: the R, G, B\n"
+    "                           channels of the file hold Y, U, V\n"
+    "\n"
+    "Rendering:\n"
+    "      --direct             direct mode: planes go in with the metadata, the\n"
+    "                           library renders unrotated and the picture is\n"
+    "                           oriented on the CPU\n"
+    "      --streaming          streaming mode (default): planes are written into\n"
+    "                           the library's upload buffers; the library rotates\n"
+    "      --display KIND       EGL display: auto (default: a GPU device through\n"
+    "                           EGL_EXT_platform_device if one exists, else Mesa's\n"
+    "                           surfaceless platform), device, surfaceless\n"
+    "      --peak-white N       panel peak white: system-information key 1302\n"
+    "                           (maps to the display boost MDB_V2)\n"
+    "      --photo-hdr N        photo HDR tuning: system-information key 1301,\n"
+    "                           decimal g PP AA BB CC (gamma multiplier and gain\n"
+    "                           curve)\n"
+    "                           Without these two, the keys keep the platform's or\n"
+    "                           the environment's values (HDRGPU_SYSTEM_INFO_1301,\n"
+    "                           HDRGPU_SYSTEM_INFO_1302), else the factory defaults.\n"
+    "\n"
+    "Messages:\n"
+    "      --log FILE           write the library's log (its standard-output copy\n"
+    "                           and its logger lines) to FILE; by default both are\n"
+    "                           dropped\n"
+    "  -h, --help               show this help and exit\n"
+    "\n"
+    "Sample:\n"
+    "      --make-sample FILE   write a synthetic gain-map JPEG (sky, sun and\n"
+    "                           glints that clip in SDR, a gain map lifting them,\n"
+    "                           3-channel metadata, MPF + XMP + ISO) and exit\n"
+    "      --sample-size WxH    its size (default 960x540)\n"
+    "      --sample-orientation N  its EXIF orientation 1..8 (default 1)\n"
+    "\n"
+    "On a terminal a progress bar runs; each file gets one line: 'converted\n"
+    "INPUT -> OUTPUT (...)' on standard output, or 'refused INPUT: REASON' on\n"
+    "standard error (no gain map, HDR base rendition, Apple gain map, not a\n"
+    "JPEG, truncated or corrupt data, ...); the batch goes on. A summary line\n"
+    "ends the run.\n"
+    "\n"
+    "Exit status: 0 every file converted; 1 at least one file refused or failed;\n"
+    "2 bad command line; 3 the renderer could not start.\n";
+
+struct Options {
+    std::vector<std::string> inputs;
+    std::string outputDir;
+    OutputFormat format = OutputFormat::Png;
+    int pngLevel = hdrconvert::kDefaultPngLevel;
+    int width = 0;
+    int height = 0;
+    hdrconvert::RendererOptions renderer;
+    std::string logPath;
+    std::string samplePath;
+    hdrconvert::SampleOptions sample;
+    bool help = false;
+};
+
+bool ParseInt(const std::string& text, long long lo, long long hi, int* value)
+{
+    if (text.empty()) {
+        return false;
+    }
+    errno = 0;
+    char* end = nullptr;
+    const long long v = std::strtoll(text.c_str(), &end, 10);
+    if (errno != 0 || end == nullptr || *end != '\0' || v < lo || v > hi) {
+        return false;
+    }
+    *value = static_cast<int>(v);
+    return true;
+}
+
+bool ParseSize(const std::string& text, int* width, int* height)
+{
+    const size_t x = text.find_first_of("xX");
+    return x != std::string::npos && ParseInt(text.substr(0, x), 1, 16384, width) &&
+           ParseInt(text.substr(x + 1), 1, 16384, height);
+}
+
+// Parses argv into options; false with a message for a bad command line.
+bool ParseArguments(int argc, char** argv, Options* o, std::string* error)
+{
+    bool onlyInputs = false;
+    for (int i = 1; i < argc; ++i) {
+        std::string arg = argv[i];
+        if (onlyInputs || arg.empty() || arg[0] != '-' || arg == "-") {
+            o->inputs.push_back(arg);
+            continue;
+        }
+        if (arg == "--") {
+            onlyInputs = true;
+            continue;
+        }
+        std::string value;
+        bool hasInlineValue = false;
+        const size_t eq = arg.find('=');
+        if (arg.rfind("--", 0) == 0 && eq != std::string::npos) {
+            value = arg.substr(eq + 1);
+            arg = arg.substr(0, eq);
+            hasInlineValue = true;
+        }
+        const auto takeValue = [&](std::string* out) {
+            if (hasInlineValue) {
+                *out = value;
+                return true;
+            }
+            if (i + 1 >= argc) {
+                *error = "option " + arg + " needs a value";
+                return false;
+            }
+            *out = argv[++i];
+            return true;
+        };
+        const auto noValue = [&]() {
+            if (hasInlineValue) {
+                *error = "option " + arg + " takes no value";
+                return false;
+            }
+            return true;
+        };
+        std::string v;
+        if (arg == "-h" || arg == "--help") {
+            if (!noValue()) {
+                return false;
+            }
+            o->help = true;
+        } else if (arg == "-o" || arg == "--output") {
+            if (!takeValue(&o->outputDir)) {
+                return false;
+            }
+        } else if (arg == "--format") {
+            if (!takeValue(&v)) {
+                return false;
+            }
+            if (v == "png") {
+                o->format = OutputFormat::Png;
+            } else if (v == "raw") {
+                o->format = OutputFormat::Raw;
+            } else {
+                *error = "--format takes png or raw, not '" + v + "'";
+                return false;
+            }
+        } else if (arg == "--png-level") {
+            if (!takeValue(&v) || !ParseInt(v, 0, 9, &o->pngLevel)) {
+                *error = error->empty() ? "--png-level takes 0..9" : *error;
+                return false;
+            }
+        } else if (arg == "--size") {
+            if (!takeValue(&v) || !ParseSize(v, &o->width, &o->height)) {
+                *error = error->empty() ? "--size takes WxH (1..16384 each), e.g. 1920x1080" : *error;
+                return false;
+            }
+        } else if (arg == "--yuv") {
+            if (!noValue()) {
+                return false;
+            }
+            o->renderer.outputYuv = true;
+        } else if (arg == "--direct") {
+            if (!noValue()) {
+                return false;
+            }
+            o->renderer.mode = RenderMode::Direct;
+        } else if (arg == "--streaming") {
+            if (!noValue()) {
+                return false;
+            }
+            o->renderer.mode = RenderMode::Streaming;
+        } else if (arg == "--display") {
+            if (!takeValue(&v)) {
+                return false;
+            }
+            if (v == "auto") {
+                o->renderer.display = DisplayChoice::Automatic;
+            } else if (v == "device") {
+                o->renderer.display = DisplayChoice::Device;
+            } else if (v == "surfaceless") {
+                o->renderer.display = DisplayChoice::Surfaceless;
+            } else {
+                *error = "--display takes auto, device or surfaceless, not '" + v + "'";
+                return false;
+            }
+        } else if (arg == "--peak-white") {
+            if (!takeValue(&v) || !ParseInt(v, INT_MIN, INT_MAX, &o->renderer.peakWhite)) {
+                *error = error->empty() ? "--peak-white takes an integer" : *error;
+                return false;
+            }
+            o->renderer.setPeakWhite = true;
+        } else if (arg == "--photo-hdr") {
+            if (!takeValue(&v) || !ParseInt(v, INT_MIN, INT_MAX, &o->renderer.photoHdr)) {
+                *error = error->empty() ? "--photo-hdr takes an integer" : *error;
+                return false;
+            }
+            o->renderer.setPhotoHdr = true;
+        } else if (arg == "--log") {
+            if (!takeValue(&o->logPath)) {
+                return false;
+            }
+        } else if (arg == "--make-sample") {
+            if (!takeValue(&o->samplePath)) {
+                return false;
+            }
+        } else if (arg == "--sample-size") {
+            if (!takeValue(&v) || !ParseSize(v, &o->sample.width, &o->sample.height) || o->sample.width > 8192 ||
+                o->sample.height > 8192) {
+                *error = error->empty() ? "--sample-size takes WxH (1..8192 each)" : *error;
+                return false;
+            }
+        } else if (arg == "--sample-orientation") {
+            if (!takeValue(&v) || !ParseInt(v, 1, 8, &o->sample.orientation)) {
+                *error = error->empty() ? "--sample-orientation takes 1..8" : *error;
+                return false;
+            }
+        } else {
+            *error = "unknown option " + arg;
+            return false;
+        }
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// Where messages go
+// ---------------------------------------------------------------------------
+
+// The tool's own standard output: a duplicate of the original descriptor 1,
+// so that descriptor 1 itself can take the library's printed log.
+FILE* g_out = stdout;
+bool g_terminal = false;
+bool g_progressShown = false;
+
+#ifdef HDRGPU_CONVERT_STANDINS
+const char* BufferName(log_id_t id)
+{
+    switch (id) {
+    case LOG_ID_MAIN:
+        return "main";
+    case LOG_ID_RADIO:
+        return "radio";
+    case LOG_ID_SYSTEM:
+        return "system";
+    case LOG_ID_APPS:
+        return "apps";
+    default:
+        return "?";
+    }
+}
+
+// The logger's lines: into the log (descriptor 1, through stdio so that they
+// stay in order with the library's printed copy), or nowhere.
+void LogSink(void* user, log_id_t id, int prio, const char* tag, const char* message)
+{
+    if (user == nullptr) {
+        return;
+    }
+    std::fprintf(stdout, "[dlog %s %d] %s: %s\n", BufferName(id), prio, tag != nullptr ? tag : "",
+                 message != nullptr ? message : "");
+}
+#endif
+
+// Points descriptor 1 at the log file (or /dev/null) for the rest of the run
+// and keeps the original standard output for the tool's own lines.
+bool RedirectLibraryOutput(const std::string& logPath, std::string* error)
+{
+    std::fflush(stdout);
+    const int saved = dup(STDOUT_FILENO);
+    if (saved < 0) {
+        *error = std::string("cannot duplicate standard output: ") + std::strerror(errno);
+        return false;
+    }
+    const int target = logPath.empty() ? open("/dev/null", O_WRONLY | O_CLOEXEC)
+                                       : open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (target < 0) {
+        *error = "cannot open " + (logPath.empty() ? std::string("/dev/null") : logPath) + ": " + std::strerror(errno);
+        close(saved);
+        return false;
+    }
+    if (dup2(target, STDOUT_FILENO) < 0) {
+        *error = std::string("cannot redirect standard output: ") + std::strerror(errno);
+        close(target);
+        close(saved);
+        return false;
+    }
+    close(target);
+    fcntl(saved, F_SETFD, FD_CLOEXEC);
+    FILE* out = fdopen(saved, "w");
+    if (out == nullptr) {
+        *error = std::string("cannot reopen standard output: ") + std::strerror(errno);
+        close(saved);
+        return false;
+    }
+    setvbuf(out, nullptr, _IOLBF, 0);
+    g_out = out;
+    g_terminal = isatty(saved) == 1;
+#ifdef HDRGPU_CONVERT_STANDINS
+    dlog_standin_set_sink(LogSink, logPath.empty() ? nullptr : reinterpret_cast<void*>(1));
+#endif
+    return true;
+}
+
+void ClearProgress()
+{
+    if (g_progressShown) {
+        std::fputs("\r\033[K", g_out);
+        std::fflush(g_out);
+        g_progressShown = false;
+    }
+}
+
+void ShowProgress(size_t done, size_t total, const std::string& name)
+{
+    if (!g_terminal) {
+        return;
+    }
+    constexpr int kBarWidth = 30;
+    const int filled = total == 0 ? kBarWidth : static_cast<int>(done * kBarWidth / total);
+    std::string bar(static_cast<size_t>(filled), '#');
+    bar.append(static_cast<size_t>(kBarWidth - filled), '-');
+    std::string shown = name;
+    if (shown.size() > 40) {
+        shown = "..." + shown.substr(shown.size() - 37);
+    }
+    std::fprintf(g_out, "\r\033[K[%s] %zu/%zu %s", bar.c_str(), done, total, shown.c_str());
+    std::fflush(g_out);
+    g_progressShown = true;
+}
+
+void Refuse(const std::string& input, const std::string& reason)
+{
+    ClearProgress();
+    std::fflush(g_out);
+    std::fprintf(stderr, "refused %s: %s\n", input.c_str(), reason.c_str());
+    std::fflush(stderr);
+}
+
+// ---------------------------------------------------------------------------
+// One file
+// ---------------------------------------------------------------------------
+
+bool ReadWholeFile(const std::string& path, std::vector<uint8_t>* bytes, std::string* reason)
+{
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0) {
+        *reason = std::string("cannot open: ") + std::strerror(errno);
+        return false;
+    }
+    if (S_ISDIR(st.st_mode)) {
+        *reason = "is a directory";
+        return false;
+    }
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        *reason = std::string("cannot open: ") + std::strerror(errno);
+        return false;
+    }
+    bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    if (in.bad()) {
+        *reason = "cannot read";
+        return false;
+    }
+    return true;
+}
+
+// A name for the output: the input's stem, made unique within the batch.
+std::string OutputPath(const std::string& dir, const std::string& input, OutputFormat format,
+                       std::map<std::string, int>* used)
+{
+    std::string stem = std::filesystem::path(input).stem().string();
+    if (stem.empty()) {
+        stem = "picture";
+    }
+    std::string name = stem;
+    int& count = (*used)[stem];
+    if (++count > 1) {
+        name += "-" + std::to_string(count);
+    }
+    return (std::filesystem::path(dir) / (name + hdrconvert::OutputExtension(format))).string();
+}
+
+struct FileResult {
+    bool ok = false;
+    std::string output;
+    std::string reason;
+    int width = 0;
+    int height = 0;
+    int orientation = 1;
+};
+
+FileResult ConvertOne(const std::string& input, const std::string& output, const Options& o,
+                      hdrconvert::Renderer* renderer)
+{
+    FileResult r;
+    std::vector<uint8_t> bytes;
+    if (!ReadWholeFile(input, &bytes, &r.reason)) {
+        return r;
+    }
+    if (bytes.empty()) {
+        r.reason = "empty file";
+        return r;
+    }
+    if (bytes.size() < 2 || bytes[0] != 0xFF || bytes[1] != 0xD8) {
+        r.reason = "not a JPEG file (unsupported format)";
+        return r;
+    }
+    hdrconvert::GainMapJpeg parsed;
+    if (!hdrconvert::ParseGainMapJpeg(bytes.data(), bytes.size(), &parsed, &r.reason)) {
+        return r;
+    }
+    if (parsed.metadata.baseRenditionIsHdr) {
+        r.reason = "base rendition is HDR (unsupported)";
+        return r;
+    }
+    hdrconvert::YuvPlanes primary;
+    hdrconvert::YuvPlanes gainMap;
+    std::string why;
+    if (!hdrconvert::DecodeJpegPlanes(bytes.data() + parsed.primaryOffset, parsed.primarySize, &primary, &why)) {
+        r.reason = "primary image: " + why;
+        return r;
+    }
+    if (!hdrconvert::DecodeJpegPlanes(bytes.data() + parsed.gainMapOffset, parsed.gainMapSize, &gainMap, &why)) {
+        r.reason = "gain map: " + why;
+        return r;
+    }
+    hdrconvert::Picture picture;
+    picture.primary = &primary;
+    picture.gainMap = &gainMap;
+    picture.metadata = parsed.metadata;
+    picture.orientation = hdrconvert::NormalizeOrientation(parsed.orientation);
+    picture.outputWidth = o.width;
+    picture.outputHeight = o.height;
+    hdrconvert::RenderedPicture rendered;
+    if (!renderer->Render(picture, &rendered, &why)) {
+        r.reason = "rendering failed: " + why;
+        return r;
+    }
+    if (!hdrconvert::WriteImage(output, o.format, rendered.rgba.data(), rendered.width, rendered.height, o.pngLevel,
+                                &why)) {
+        r.reason = why;
+        return r;
+    }
+    r.ok = true;
+    r.output = output;
+    r.width = rendered.width;
+    r.height = rendered.height;
+    r.orientation = picture.orientation;
+    return r;
+}
+
+int MakeSample(const Options& o)
+{
+    std::string reason;
+    if (!hdrconvert::WriteSampleFile(o.samplePath, o.sample, &reason)) {
+        std::fprintf(stderr, "%s: %s\n", kProgram, reason.c_str());
+        return kExitSomeFailed;
+    }
+    std::printf("wrote %s (%dx%d, orientation %d)\n", o.samplePath.c_str(), o.sample.width, o.sample.height,
+                o.sample.orientation);
+    return kExitAllConverted;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    Options o;
+    std::string error;
+    if (!ParseArguments(argc, argv, &o, &error)) {
+        std::fprintf(stderr, "%s: %s\nTry '%s --help'.\n", kProgram, error.c_str(), kProgram);
+        return kExitUsage;
+    }
+    if (o.help) {
+        std::fputs(kHelp, stdout);
+        return kExitAllConverted;
+    }
+    if (!o.samplePath.empty()) {
+        if (!o.inputs.empty()) {
+            std::fprintf(stderr, "%s: --make-sample takes no inputs\n", kProgram);
+            return kExitUsage;
+        }
+        return MakeSample(o);
+    }
+    if (o.inputs.empty() || o.outputDir.empty()) {
+        std::fprintf(stderr, "%s: %s\nUsage: %s [options] INPUT... -o OUTDIR (see --help)\n", kProgram,
+                     o.inputs.empty() ? "no input files" : "no output directory (-o OUTDIR)", kProgram);
+        return kExitUsage;
+    }
+    std::error_code ec;
+    std::filesystem::create_directories(o.outputDir, ec);
+    if (ec || !std::filesystem::is_directory(o.outputDir)) {
+        std::fprintf(stderr, "%s: cannot create the output directory %s: %s\n", kProgram, o.outputDir.c_str(),
+                     ec ? ec.message().c_str() : "not a directory");
+        return kExitUsage;
+    }
+    if (!RedirectLibraryOutput(o.logPath, &error)) {
+        std::fprintf(stderr, "%s: %s\n", kProgram, error.c_str());
+        return kExitUsage;
+    }
+
+    const auto start = std::chrono::steady_clock::now();
+    hdrconvert::Renderer renderer;
+    if (!renderer.Start(o.renderer, &error)) {
+        std::fprintf(stderr, "%s: the renderer could not start: %s\n", kProgram, error.c_str());
+        renderer.Stop();
+        std::fflush(stdout);
+        return kExitNoRenderer;
+    }
+
+    size_t converted = 0;
+    double megapixels = 0;
+    std::map<std::string, int> usedNames;
+    for (size_t i = 0; i < o.inputs.size(); ++i) {
+        const std::string& input = o.inputs[i];
+        ShowProgress(i, o.inputs.size(), input);
+        const auto fileStart = std::chrono::steady_clock::now();
+        FileResult r;
+        if (renderer.Broken()) {
+            r.reason = "the renderer is no longer available";
+        } else {
+            r = ConvertOne(input, OutputPath(o.outputDir, input, o.format, &usedNames), o, &renderer);
+        }
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - fileStart).count();
+        if (r.ok) {
+            ++converted;
+            const double mp = static_cast<double>(r.width) * r.height / 1e6;
+            megapixels += mp;
+            ClearProgress();
+            std::fprintf(g_out, "converted %s -> %s (%dx%d, %.2f MP, orientation %d, %.2f s)\n", input.c_str(),
+                         r.output.c_str(), r.width, r.height, mp, r.orientation, seconds);
+        } else {
+            Refuse(input, r.reason);
+        }
+    }
+    ShowProgress(o.inputs.size(), o.inputs.size(), "");
+    ClearProgress();
+    renderer.Stop();
+    const double total = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    std::fprintf(g_out, "%zu of %zu file(s) converted, %.2f megapixels, %.2f s (%s, %s mode)\n", converted,
+                 o.inputs.size(), megapixels, total, renderer.DisplayName().c_str(),
+                 o.renderer.mode == RenderMode::Direct ? "direct" : "streaming");
+    std::fflush(g_out);
+    std::fflush(stdout);
+    return converted == o.inputs.size() ? kExitAllConverted : kExitSomeFailed;
+}

@@ -1,0 +1,134 @@
+// Renders decoded gain-map pictures into 8-bit RGBA with the HDR library,
+// through its public interface only (HdrGpuBackend.h, the buffer manager's
+// tbm_surface.h), as a host does.
+//
+// One Renderer is one library initialisation for a whole batch:
+//
+// * Streaming mode (the default): the library is initialised once. Each
+//   picture's six planes are written into the upload buffers the library
+//   maps, between UpdateDataBegin and UpdateDataEnd, in the order the
+//   library's guide gives: metadata first only when the plane sizes differ
+//   from the previous picture's (that intake re-defines the textures), then
+//   the planes, then the metadata (which keeps the streamed planes and maps
+//   the buffers for the next picture), then the draw. The library rotates and
+//   mirrors the output for the picture's EXIF orientation.
+// * Direct mode: planes go in with the metadata. The library's output surface
+//   has the size given at initialisation and is never rotated, so the picture
+//   is rendered at its stored orientation and turned on the CPU afterwards;
+//   the library is initialised again only when the surface size changes.
+//
+// The result is read from the output surface through tbm_surface_map (RA24:
+// bytes A, B, G, R per pixel, rows `stride` bytes apart).
+#ifndef HDRGPU_CONVERT_RENDERER_H
+#define HDRGPU_CONVERT_RENDERER_H
+
+#include "GainMapJpeg.h"
+#include "JpegPlanes.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct HdrInfo;
+
+namespace hdrconvert {
+
+enum class RenderMode {
+    Streaming,
+    Direct,
+};
+
+// Which EGL display the library draws on.
+enum class DisplayChoice {
+    Automatic,    // a hardware device if EGL_EXT_platform_device offers one, else surfaceless
+    Device,       // EGL_EXT_platform_device (a software device when no other exists)
+    Surfaceless,  // Mesa's surfaceless platform
+};
+
+struct RendererOptions {
+    RenderMode mode = RenderMode::Streaming;
+    bool outputYuv = false;  // the three colour channels hold Y, U, V
+    DisplayChoice display = DisplayChoice::Automatic;
+    // Factory tuning through the platform's system information (the
+    // stand-in's control): key 1302 (panel peak white) and key 1301 (photo
+    // HDR tuning, decimal g PP AA BB CC). Unset keys keep whatever the
+    // platform (or the environment, HDRGPU_SYSTEM_INFO_<key>) gives.
+    bool setPeakWhite = false;
+    int peakWhite = 0;
+    bool setPhotoHdr = false;
+    int photoHdr = 0;
+};
+
+// One picture: decoded planes, metadata and orientation.
+struct Picture {
+    const YuvPlanes* primary = nullptr;
+    const YuvPlanes* gainMap = nullptr;
+    GainMapMetadata metadata;
+    int orientation = 1;   // EXIF 1..8
+    int outputWidth = 0;   // the displayed size; 0 x 0: the oriented primary's size
+    int outputHeight = 0;
+};
+
+// The rendered, oriented picture: R, G, B, A (or Y, U, V, A) per pixel, rows
+// tightly packed.
+struct RenderedPicture {
+    int width = 0;
+    int height = 0;
+    std::vector<uint8_t> rgba;
+};
+
+// The system-information keys the options set.
+constexpr int kSystemInfoKeyPhotoHdr = 1301;
+constexpr int kSystemInfoKeyPeakWhite = 1302;
+
+class Renderer {
+public:
+    Renderer() = default;
+    ~Renderer();
+    Renderer(const Renderer&) = delete;
+    Renderer& operator=(const Renderer&) = delete;
+
+    // Opens the EGL display, sets the tuning keys and (streaming mode)
+    // initialises the library. False with a reason.
+    bool Start(const RendererOptions& options, std::string* reason);
+
+    // Renders one picture. False with a reason; Broken() then tells whether
+    // the renderer can still take pictures.
+    bool Render(const Picture& picture, RenderedPicture* out, std::string* reason);
+
+    // Releases the library and the display.
+    void Stop();
+
+    bool Broken() const { return broken_; }
+    // "device (EGL_MESA_device_software)", "surfaceless", ...
+    const std::string& DisplayName() const { return displayName_; }
+
+private:
+    bool OpenDisplay(DisplayChoice choice, std::string* reason);
+    bool Init(int surfaceWidth, int surfaceHeight, bool streaming, std::string* reason);
+    bool RenderStreaming(const Picture& picture, int outW, int outH, RenderedPicture* out, std::string* reason);
+    bool RenderDirect(const Picture& picture, int outW, int outH, RenderedPicture* out, std::string* reason);
+    bool Stream(const Picture& picture, std::string* reason);
+
+    RendererOptions options_;
+    void* display_ = nullptr;  // EGLDisplay
+    bool displayInitialised_ = false;
+    std::string displayName_;
+    bool libraryInitialised_ = false;
+    bool broken_ = false;
+    // Direct mode: the size the library was initialised with.
+    int surfaceWidth_ = 0;
+    int surfaceHeight_ = 0;
+    // Streaming mode: the upload mappings of the last intake and the plane
+    // sizes they were made for (main width, height, gain-map width, height).
+    uint8_t** mapped_ = nullptr;
+    int mappedSizes_[4] = {0, 0, 0, 0};
+};
+
+// The library's record for a picture (sizes, planes, metadata in log2 units,
+// BT.709 / sRGB, output size and transform), as the renderer sends it.
+void DescribePicture(const Picture& picture, int outputWidth, int outputHeight, bool streaming, HdrInfo* info);
+
+}  // namespace hdrconvert
+
+#endif

@@ -11,6 +11,7 @@
 #include <system_info_standin.h>
 #endif
 
+#include <cmath>
 #include <cstring>
 #include <string>
 
@@ -291,9 +292,17 @@ bool Renderer::Render(const Picture& picture, RenderedPicture* out, std::string*
         return false;
     }
     const GainMapMetadata& md = picture.metadata;
-    if (!(md.hdrCapacityMax > md.hdrCapacityMin)) {
+    if (!(md.hdrCapacityMax > md.hdrCapacityMin) || !std::isfinite(md.hdrCapacityMax) ||
+        !std::isfinite(md.hdrCapacityMin)) {
         *reason = "HDRCapacityMax is not above HDRCapacityMin";
         return false;
+    }
+    for (int c = 0; c < 3; ++c) {
+        if (!(md.gamma[c] > 0) || !std::isfinite(md.gamma[c]) || !std::isfinite(md.gainMapMin[c]) ||
+            !std::isfinite(md.gainMapMax[c]) || !std::isfinite(md.offsetSdr[c]) || !std::isfinite(md.offsetHdr[c])) {
+            *reason = "gain map metadata out of range";
+            return false;
+        }
     }
     int outW = picture.outputWidth;
     int outH = picture.outputHeight;

@@ -46,8 +46,16 @@ int ReadExifOrientation(const uint8_t* tiff, size_t size)
 
 std::vector<uint8_t> BuildExifOrientationPayload(int orientation)
 {
-    std::vector<uint8_t> out(kExifIdentifier, kExifIdentifier + kExifIdentifierSize);
-    out.insert(out.end(), {'M', 'M', 0x00, 0x2A});
+    // Built byte by byte: GCC 12's -O3 misreads the bounds of a
+    // range-construct followed by an insert.
+    std::vector<uint8_t> out;
+    out.reserve(kExifIdentifierSize + 26);
+    for (size_t i = 0; i < kExifIdentifierSize; ++i) {
+        out.push_back(static_cast<uint8_t>(kExifIdentifier[i]));
+    }
+    for (uint8_t byte : {uint8_t{'M'}, uint8_t{'M'}, uint8_t{0x00}, uint8_t{0x2A}}) {
+        out.push_back(byte);
+    }
     PutU32(&out, 8);  // IFD0 right after the header
     PutU16(&out, 1);  // one entry
     PutU16(&out, kTagOrientation);

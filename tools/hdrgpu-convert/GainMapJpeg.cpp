@@ -363,8 +363,13 @@ bool AppendPayload(std::vector<uint8_t>* out, uint8_t marker, const std::vector<
 
 std::vector<uint8_t> XmpPayload(const std::string& packet)
 {
-    std::vector<uint8_t> payload(kXmpIdentifier, kXmpIdentifier + kXmpIdentifierSize);
-    payload.insert(payload.end(), packet.begin(), packet.end());
+    // Sized once and filled by copies: GCC 12's -O3 misreads the bounds of a
+    // range-construct followed by an insert here.
+    std::vector<uint8_t> payload(kXmpIdentifierSize + packet.size());
+    std::memcpy(payload.data(), kXmpIdentifier, kXmpIdentifierSize);
+    if (!packet.empty()) {
+        std::memcpy(payload.data() + kXmpIdentifierSize, packet.data(), packet.size());
+    }
     return payload;
 }
 

@@ -1,0 +1,318 @@
+// One picture, stage by stage, each stage timed on its own (the engine's
+// internals, on the library's own context):
+//
+//   stage/upload_direct/<w>     HdrGenerate::UpdateTextures in the direct mode:
+//                               six glTexImage2D of the host's planes and the
+//                               APL (mean of the main luma) on the CPU, then
+//                               glFinish so that no deferred upload work is
+//                               left for the next stage;
+//   stage/upload_streaming/<w>  the streaming mode's six UpdateDataBegin /
+//                               memcpy into the mapped buffer / UpdateDataEnd
+//                               (the fence wait, the unmap, the copy from the
+//                               buffer into the texture, the APL), then the
+//                               library's context bound once more for a
+//                               glFinish (one extra bind/unbind pair) so the
+//                               copies are complete; the metadata intake that
+//                               maps the buffers again is outside the timing;
+//   stage/intake_streaming/<w>  GpuGenerateHdrSetHdrInfo in the streaming mode:
+//                               settings read, a new output surface and its
+//                               texture storage and framebuffer, the six
+//                               upload buffers re-specified and mapped (the
+//                               planes are streamed between iterations,
+//                               untimed, as in a real cycle);
+//   stage/settings/<w>          HdrGenerate::LoadSettings (the factory tuning
+//                               from the system information);
+//   stage/constants/<w>         HdrGenerate::UpdateUniform: the display boost,
+//                               weight, curves and the glUniform calls;
+//   stage/draw/<w>              the GL work of HdrGenerate::Draw without the
+//                               copy: bind the engine's framebuffer, clear,
+//                               viewport, vertex array, glDrawElements,
+//                               glFinish;
+//   stage/copy/<w>              HdrGenerate::CopyOutputToSurface: readback into
+//                               the tbm surface and the RA24 byte reorder.
+//
+// Every stage runs once untimed first (the driver compiles its shader
+// variants and touches new storage on first use).
+#include "BenchSupport.h"
+#include "EngineSession.h"
+#include "HdrGenerate.h"
+#include "HdrRender.h"
+#include "TSShaderManager.h"
+
+#include <GLES3/gl3.h>
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <functional>
+
+namespace {
+
+using hdrbench::EngineSession;
+using hdrbench::Workload;
+
+// A direct-mode engine with the workload's planes uploaded and the
+// gain-map program in use; the library's context stays bound.
+class DirectStage {
+public:
+    explicit DirectStage(const Workload& workload)
+        : workload_(workload), planes_(hdrbench::Planes(workload)), session_(workload, false)
+    {
+        info_ = hdrbench::MakeInfo(workload, planes_);
+        if (!session_.ok() || !session_.Bind()) {
+            return;
+        }
+        HdrGenerate* engine = EngineSession::engine();
+        engine->LoadSettings();
+        ok_ = engine->setHdrInfo(&info_) != nullptr;
+        const GLuint program = engine->shaderManager != nullptr ? engine->shaderManager->GetProgram() : 0;
+        ok_ = ok_ && program != 0;
+        glUseProgram(program);
+        ok_ = ok_ && engine->UpdateUniform() == GPU_GENERATE_SUCCESS;
+        glFinish();
+    }
+
+    bool ok() const { return ok_; }
+    const Workload& workload() const { return workload_; }
+
+    // The draw as HdrGenerate::Draw issues it, up to its glFinish.
+    void DrawToFinish() const
+    {
+        HdrGenerate* engine = EngineSession::engine();
+        glBindFramebuffer(GL_FRAMEBUFFER, engine->framebuffer);
+        glClearColor(0.0f, 0.0f, 0.0f, 0.0f);
+        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+        glViewport(0, 0, engine->hdrInfo.outputWidth, engine->hdrInfo.outputHeight);
+        glBindVertexArray(engine->vertexArray);
+        glDrawElements(GL_TRIANGLES, 6, GL_UNSIGNED_INT, nullptr);
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        glFinish();
+    }
+
+private:
+    const Workload& workload_;
+    const hdrbench::PlaneSet& planes_;
+    HdrInfo info_{};
+    EngineSession session_;
+    bool ok_ = false;
+};
+
+// Runs body once untimed, then in the timing loop; body answers false on failure.
+void Run(benchmark::State& state, const Workload& workload, const std::function<bool()>& body)
+{
+    if (!body()) {
+        state.SkipWithError("warm-up failed");
+        return;
+    }
+    hdrbench::Samples samples;
+    for (auto _ : state) {
+        samples.Start();
+        const bool ok = body();
+        samples.Stop();
+        samples.Next();
+        if (!ok) {
+            state.SkipWithError("stage failed");
+            break;
+        }
+    }
+    hdrbench::SetPictureCounters(state, workload, samples);
+}
+
+void UploadDirect(benchmark::State& state, const Workload* workload)
+{
+    DirectStage stage(*workload);
+    if (!stage.ok()) {
+        state.SkipWithError("engine set-up failed");
+        return;
+    }
+    Run(state, *workload, [] {
+        const int result = EngineSession::engine()->UpdateTextures();
+        glFinish();
+        return result == GPU_GENERATE_SUCCESS;
+    });
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * workload->InputBytes());
+}
+
+void Settings(benchmark::State& state, const Workload* workload)
+{
+    DirectStage stage(*workload);
+    if (!stage.ok()) {
+        state.SkipWithError("engine set-up failed");
+        return;
+    }
+    // Without tuning values in the system information the read fails and the
+    // defaults stay: the same path a set without factory data takes.
+    Run(state, *workload, [] {
+        EngineSession::engine()->LoadSettings();
+        return true;
+    });
+}
+
+void Constants(benchmark::State& state, const Workload* workload)
+{
+    DirectStage stage(*workload);
+    if (!stage.ok()) {
+        state.SkipWithError("engine set-up failed");
+        return;
+    }
+    Run(state, *workload, [] { return EngineSession::engine()->UpdateUniform() == GPU_GENERATE_SUCCESS; });
+}
+
+void Draw(benchmark::State& state, const Workload* workload)
+{
+    DirectStage stage(*workload);
+    if (!stage.ok()) {
+        state.SkipWithError("engine set-up failed");
+        return;
+    }
+    Run(state, *workload, [&stage] {
+        stage.DrawToFinish();
+        return glGetError() == GL_NO_ERROR;
+    });
+}
+
+void Copy(benchmark::State& state, const Workload* workload)
+{
+    DirectStage stage(*workload);
+    if (!stage.ok()) {
+        state.SkipWithError("engine set-up failed");
+        return;
+    }
+    stage.DrawToFinish();
+    Run(state, *workload, [] { return EngineSession::engine()->CopyOutputToSurface(); });
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * workload->OutputBytes());
+}
+
+// The six planes through the public Begin / write / End.
+bool StreamPlanes(uint8_t** mapped, const Workload& workload, const hdrbench::PlaneSet& planes)
+{
+    for (int p = 0; p < 6; ++p) {
+        int plane = p;
+        int width = hdrbench::PlaneWidth(workload, p);
+        int height = hdrbench::PlaneHeight(workload, p);
+        if (GpuGenerateHdrUpdateDataBegin(plane) == 0) {
+            return false;
+        }
+        std::memcpy(mapped[p], planes.data(p), static_cast<size_t>(width) * static_cast<size_t>(height));
+        if (GpuGenerateHdrUpdateDataEnd(width, height) == 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Binds the library's context, waits for every queued command, unbinds.
+bool FinishOnLibraryContext()
+{
+    HdrRender* render = HdrRender::GetInstance();
+    if (!render->Bind()) {
+        return false;
+    }
+    glFinish();
+    return render->Unbind();
+}
+
+void UploadStreaming(benchmark::State& state, const Workload* workload)
+{
+    const hdrbench::PlaneSet& planes = hdrbench::Planes(*workload);
+    HdrInfo info = hdrbench::MakeInfo(*workload, planes);
+    EngineSession session(*workload, true);
+    uint8_t** mapped = session.ok() ? GpuGenerateHdrSetHdrInfo(&info) : nullptr;
+    if (mapped == nullptr) {
+        state.SkipWithError("engine set-up failed");
+        return;
+    }
+    // Warm-up.
+    if (!StreamPlanes(mapped, *workload, planes) || !FinishOnLibraryContext() ||
+        (mapped = GpuGenerateHdrSetHdrInfo(&info)) == nullptr) {
+        state.SkipWithError("warm-up failed");
+        return;
+    }
+    hdrbench::Samples samples;
+    for (auto _ : state) {
+        samples.Start();
+        const bool streamed = StreamPlanes(mapped, *workload, planes) && FinishOnLibraryContext();
+        samples.Stop();
+        samples.Next();
+        if (!streamed) {
+            state.SkipWithError("streaming upload failed");
+            break;
+        }
+        state.PauseTiming();
+        mapped = GpuGenerateHdrSetHdrInfo(&info);
+        state.ResumeTiming();
+        if (mapped == nullptr) {
+            state.SkipWithError("metadata intake failed");
+            break;
+        }
+    }
+    hdrbench::SetPictureCounters(state, *workload, samples);
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * workload->InputBytes());
+}
+
+void IntakeStreaming(benchmark::State& state, const Workload* workload)
+{
+    const hdrbench::PlaneSet& planes = hdrbench::Planes(*workload);
+    HdrInfo info = hdrbench::MakeInfo(*workload, planes);
+    EngineSession session(*workload, true);
+    uint8_t** mapped = session.ok() ? GpuGenerateHdrSetHdrInfo(&info) : nullptr;
+    if (mapped == nullptr || !StreamPlanes(mapped, *workload, planes) ||
+        (mapped = GpuGenerateHdrSetHdrInfo(&info)) == nullptr) {
+        state.SkipWithError("engine set-up failed");
+        return;
+    }
+    hdrbench::Samples samples;
+    for (auto _ : state) {
+        state.PauseTiming();
+        const bool streamed = StreamPlanes(mapped, *workload, planes) && FinishOnLibraryContext();
+        state.ResumeTiming();
+        if (!streamed) {
+            state.SkipWithError("streaming upload failed");
+            break;
+        }
+        samples.Start();
+        mapped = GpuGenerateHdrSetHdrInfo(&info);
+        samples.Stop();
+        samples.Next();
+        if (mapped == nullptr) {
+            state.SkipWithError("metadata intake failed");
+            break;
+        }
+    }
+    hdrbench::SetPictureCounters(state, *workload, samples);
+}
+
+void Register()
+{
+    using Fn = void (*)(benchmark::State&, const Workload*);
+    struct Stage {
+        const char* name;
+        Fn fn;
+        int largeIterations;  // 3840 x 2160 output
+        int smallIterations;  // 1920 x 1080 output
+    };
+    const Stage stages[] = {
+        {"upload_direct", UploadDirect, 8, 8},
+        {"upload_streaming", UploadStreaming, 8, 8},
+        {"intake_streaming", IntakeStreaming, 8, 8},
+        {"settings", Settings, 200, 200},
+        {"constants", Constants, 200, 200},
+        {"draw", Draw, 8, 12},
+        {"copy", Copy, 12, 20},
+    };
+    for (const Workload& w : hdrbench::Workloads()) {
+        const bool large = w.outputWidth * w.outputHeight > 1920 * 1080;
+        for (const Stage& s : stages) {
+            benchmark::RegisterBenchmark(hdrbench::Name("stage", s.name, w).c_str(), s.fn, &w)
+                ->UseRealTime()
+                ->Unit(benchmark::kMillisecond)
+                ->Iterations(large ? s.largeIterations : s.smallIterations);
+        }
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    return hdrbench::Main(argc, argv, Register);
+}

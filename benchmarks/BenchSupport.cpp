@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -280,6 +281,23 @@ int PlaneWidth(const Workload& workload, int plane)
 int PlaneHeight(const Workload& workload, int plane)
 {
     return plane < 3 ? workload.mainHeight : workload.gainHeight;
+}
+
+bool StreamPlanes(uint8_t** mapped, const Workload& workload, const PlaneSet& planes)
+{
+    for (int p = 0; p < 6; ++p) {
+        int plane = p;
+        int width = PlaneWidth(workload, p);
+        int height = PlaneHeight(workload, p);
+        if (GpuGenerateHdrUpdateDataBegin(plane) == 0) {
+            return false;
+        }
+        std::memcpy(mapped[p], planes.data(p), static_cast<size_t>(width) * static_cast<size_t>(height));
+        if (GpuGenerateHdrUpdateDataEnd(width, height) == 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 HdrInfo MakeInfo(const Workload& workload, const PlaneSet& planes)

@@ -69,6 +69,10 @@ int PlaneHeight(const Workload& workload, int plane);
 // output size the workload's.
 HdrInfo MakeInfo(const Workload& workload, const PlaneSet& planes);
 
+// Writes the six planes through the public Begin / write / End into the
+// mappings a metadata intake returned; false on the first failure.
+bool StreamPlanes(uint8_t** mapped, const Workload& workload, const PlaneSet& planes);
+
 // The headless display (Mesa's surfaceless platform), initialised by Main().
 EGLDisplay Display();
 

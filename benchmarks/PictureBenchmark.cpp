@@ -95,27 +95,9 @@ void PictureDirect(benchmark::State& state, const Workload* workload)
     GpuGenerateHdrDestroy();
 }
 
-// The six planes through Begin / write / End; false on the first failure.
-bool StreamPlanes(uint8_t** mapped, const Workload& workload, const hdrbench::PlaneSet& planes)
-{
-    for (int p = 0; p < 6; ++p) {
-        int plane = p;
-        int width = hdrbench::PlaneWidth(workload, p);
-        int height = hdrbench::PlaneHeight(workload, p);
-        if (GpuGenerateHdrUpdateDataBegin(plane) == 0) {
-            return false;
-        }
-        std::memcpy(mapped[p], planes.data(p), static_cast<size_t>(width) * static_cast<size_t>(height));
-        if (GpuGenerateHdrUpdateDataEnd(width, height) == 0) {
-            return false;
-        }
-    }
-    return true;
-}
-
 bool StreamingCycle(uint8_t**& mapped, HdrInfo& info, const Workload& workload, const hdrbench::PlaneSet& planes)
 {
-    if (!StreamPlanes(mapped, workload, planes)) {
+    if (!hdrbench::StreamPlanes(mapped, workload, planes)) {
         return false;
     }
     mapped = GpuGenerateHdrSetHdrInfo(&info);

@@ -182,24 +182,6 @@ void Copy(benchmark::State& state, const Workload* workload)
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * workload->OutputBytes());
 }
 
-// The six planes through the public Begin / write / End.
-bool StreamPlanes(uint8_t** mapped, const Workload& workload, const hdrbench::PlaneSet& planes)
-{
-    for (int p = 0; p < 6; ++p) {
-        int plane = p;
-        int width = hdrbench::PlaneWidth(workload, p);
-        int height = hdrbench::PlaneHeight(workload, p);
-        if (GpuGenerateHdrUpdateDataBegin(plane) == 0) {
-            return false;
-        }
-        std::memcpy(mapped[p], planes.data(p), static_cast<size_t>(width) * static_cast<size_t>(height));
-        if (GpuGenerateHdrUpdateDataEnd(width, height) == 0) {
-            return false;
-        }
-    }
-    return true;
-}
-
 // Binds the library's context, waits for every queued command, unbinds.
 bool FinishOnLibraryContext()
 {
@@ -222,7 +204,7 @@ void UploadStreaming(benchmark::State& state, const Workload* workload)
         return;
     }
     // Warm-up.
-    if (!StreamPlanes(mapped, *workload, planes) || !FinishOnLibraryContext() ||
+    if (!hdrbench::StreamPlanes(mapped, *workload, planes) || !FinishOnLibraryContext() ||
         (mapped = GpuGenerateHdrSetHdrInfo(&info)) == nullptr) {
         state.SkipWithError("warm-up failed");
         return;
@@ -230,7 +212,7 @@ void UploadStreaming(benchmark::State& state, const Workload* workload)
     hdrbench::Samples samples;
     for (auto _ : state) {
         samples.Start();
-        const bool streamed = StreamPlanes(mapped, *workload, planes) && FinishOnLibraryContext();
+        const bool streamed = hdrbench::StreamPlanes(mapped, *workload, planes) && FinishOnLibraryContext();
         samples.Stop();
         samples.Next();
         if (!streamed) {
@@ -255,7 +237,7 @@ void IntakeStreaming(benchmark::State& state, const Workload* workload)
     HdrInfo info = hdrbench::MakeInfo(*workload, planes);
     EngineSession session(*workload, true);
     uint8_t** mapped = session.ok() ? GpuGenerateHdrSetHdrInfo(&info) : nullptr;
-    if (mapped == nullptr || !StreamPlanes(mapped, *workload, planes) ||
+    if (mapped == nullptr || !hdrbench::StreamPlanes(mapped, *workload, planes) ||
         (mapped = GpuGenerateHdrSetHdrInfo(&info)) == nullptr) {
         state.SkipWithError("engine set-up failed");
         return;
@@ -263,7 +245,7 @@ void IntakeStreaming(benchmark::State& state, const Workload* workload)
     hdrbench::Samples samples;
     for (auto _ : state) {
         state.PauseTiming();
-        const bool streamed = StreamPlanes(mapped, *workload, planes) && FinishOnLibraryContext();
+        const bool streamed = hdrbench::StreamPlanes(mapped, *workload, planes) && FinishOnLibraryContext();
         state.ResumeTiming();
         if (!streamed) {
             state.SkipWithError("streaming upload failed");

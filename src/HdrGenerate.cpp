@@ -222,6 +222,11 @@ int HdrGenerate::Init()
     return result;
 }
 
+GLuint HdrGenerate::Program() const
+{
+    return shaderManager != nullptr ? shaderManager->GetProgram() : 0;
+}
+
 int HdrGenerate::getHdrTBMSurface()
 {
     // Narrowed to 32 bits on purpose: that is what the public interface hands out.
@@ -261,7 +266,7 @@ bool HdrGenerate::SetupShaders()
 int HdrGenerate::UpdateTexUniform()
 {
     HDR_LOG("HdrGenerate::UpdateTexUniform start");
-    const GLuint program = shaderManager != nullptr ? shaderManager->GetProgram() : 0;
+    const GLuint program = Program();
     if (program == 0) {
         return GPU_GENERATE_ERROR_NO_PROGRAM;
     }
@@ -478,7 +483,7 @@ bool HdrGenerate::UpdateDataBegin(int plane)
         HDR_LOG("%d ERROR: no such plane: %d\n", __LINE__, plane);
         return false;
     }
-    const GLuint program = shaderManager != nullptr ? shaderManager->GetProgram() : 0;
+    const GLuint program = Program();
     if (program == 0) {
         return false;
     }
@@ -773,7 +778,7 @@ int HdrGenerate::Draw()
     HDR_LOG("HdrGenerate::Draw start");
     // Any failure below leaves no surface to hand out.
     isGenerated = false;
-    const GLuint program = shaderManager != nullptr ? shaderManager->GetProgram() : 0;
+    const GLuint program = Program();
     if (program == 0) {
         return GPU_GENERATE_ERROR_NO_PROGRAM;
     }
@@ -860,7 +865,7 @@ uint8_t** HdrGenerate::setHdrInfo(HdrInfo* _hdrInfo)
     HDR_LOG("outputWidth = %d", h.outputWidth);
     HDR_LOG("outputHeight = %d", h.outputHeight);
 
-    const GLuint program = shaderManager != nullptr ? shaderManager->GetProgram() : 0;
+    const GLuint program = Program();
     if (program == 0) {
         return nullptr;
     }

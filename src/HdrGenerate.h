@@ -122,6 +122,9 @@ private:
 
     // Average of the first width x height bytes of plane (never more than
     // available); logs the result.
+    // The gain-map program, or 0 when none was built.
+    GLuint Program() const;
+
     int32_t ComputeApl(const uint8_t* plane, int32_t available, int width, int height);
 };
 

@@ -47,10 +47,10 @@ HdrRender::HdrRender() : vertices(std::begin(kFullScreenQuad), std::end(kFullScr
 
 HdrRender::~HdrRender()
 {
-    if (shaderManager != nullptr) {
-        delete shaderManager;
-        shaderManager = nullptr;
-    }
+    // The draw pass's program goes with its manager.
+    delete shaderManager;
+    shaderManager = nullptr;
+
     // GL names go on whatever context is current at this moment.
     if (indexBuffer != 0) {
         glDeleteBuffers(1, &indexBuffer);

@@ -178,17 +178,11 @@ int tbm_surface_destroy(tbm_surface_h surface)
 
 int tbm_surface_map(tbm_surface_h surface, int opt, tbm_surface_info_s* info)
 {
-    if (info == nullptr || (opt & (TBM_SURF_OPTION_READ | TBM_SURF_OPTION_WRITE)) == 0) {
+    if ((opt & (TBM_SURF_OPTION_READ | TBM_SURF_OPTION_WRITE)) == 0) {
         return TBM_SURFACE_ERROR_INVALID_PARAMETER;
     }
-    State& state = GetState();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    const Surface* s = FindLocked(state, surface);
-    if (s == nullptr) {
-        return TBM_SURFACE_ERROR_INVALID_PARAMETER;
-    }
-    FillInfo(*s, info);
-    return TBM_SURFACE_ERROR_NONE;
+    // Memory is always mapped: mapping is describing it.
+    return tbm_surface_get_info(surface, info);
 }
 
 int tbm_surface_unmap(tbm_surface_h surface)

@@ -27,7 +27,7 @@ void OnPngWarning(png_structp, png_const_charp) {}
 // The libpng calls, behind the error jump. Every object that lives across the
 // setjmp exists before it.
 bool WritePngRows(png_structp png, png_infop info, FILE* file, const uint8_t* rgba, int width, int height,
-                  int level)
+                  int level, bool yuv)
 {
     if (setjmp(png_jmpbuf(png)) != 0) {
         return false;
@@ -41,6 +41,11 @@ bool WritePngRows(png_structp png, png_infop info, FILE* file, const uint8_t* rg
     png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8,
                  PNG_COLOR_TYPE_RGB_ALPHA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
+    if (!yuv) {
+        // The codes are sRGB-encoded BT.709 (scaled to the panel's peak, which
+        // a viewer shows as its own white).
+        png_set_sRGB(png, info, PNG_sRGB_INTENT_PERCEPTUAL);
+    }
     png_write_info(png, info);
     const size_t stride = static_cast<size_t>(width) * 4;
     for (int y = 0; y < height; ++y) {
@@ -50,7 +55,7 @@ bool WritePngRows(png_structp png, png_infop info, FILE* file, const uint8_t* rg
     return true;
 }
 
-bool WritePng(FILE* file, const uint8_t* rgba, int width, int height, int level, std::string* reason)
+bool WritePng(FILE* file, const uint8_t* rgba, int width, int height, int level, bool yuv, std::string* reason)
 {
     PngError error{};
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &error, OnPngError, OnPngWarning);
@@ -64,7 +69,7 @@ bool WritePng(FILE* file, const uint8_t* rgba, int width, int height, int level,
         *reason = "cannot start the PNG writer";
         return false;
     }
-    const bool ok = WritePngRows(png, info, file, rgba, width, height, level);
+    const bool ok = WritePngRows(png, info, file, rgba, width, height, level, yuv);
     png_destroy_write_struct(&png, &info);
     if (!ok) {
         *reason = std::string("PNG writer: ") + error.message;
@@ -76,14 +81,27 @@ bool WritePng(FILE* file, const uint8_t* rgba, int width, int height, int level,
 
 const char* OutputExtension(OutputFormat format)
 {
-    return format == OutputFormat::Raw ? ".rgba" : ".png";
+    switch (format) {
+    case OutputFormat::Raw:
+        return ".rgba";
+    case OutputFormat::Avif:
+        return ".avif";
+    case OutputFormat::Png:
+    case OutputFormat::PqPng:
+        break;
+    }
+    return ".png";
 }
 
 bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgba, int width, int height,
-                int pngLevel, std::string* reason)
+                int pngLevel, std::string* reason, bool yuv)
 {
     if (rgba == nullptr || width < 1 || height < 1) {
         *reason = "no picture to write";
+        return false;
+    }
+    if (format != OutputFormat::Png && format != OutputFormat::Raw) {
+        *reason = "not an 8-bit format";
         return false;
     }
     FILE* file = std::fopen(path.c_str(), "wb");
@@ -100,7 +118,7 @@ bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgb
         }
     } else {
         const int level = pngLevel < 0 ? 0 : pngLevel > 9 ? 9 : pngLevel;
-        ok = WritePng(file, rgba, width, height, level, reason);
+        ok = WritePng(file, rgba, width, height, level, yuv, reason);
     }
     if (std::fclose(file) != 0 && ok) {
         *reason = "cannot write " + path + ": " + std::strerror(errno);

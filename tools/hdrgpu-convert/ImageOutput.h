@@ -1,4 +1,5 @@
 // Writing a rendered picture: 8-bit RGBA PNG (libpng), or plain RGBA bytes.
+// The HDR formats (16-bit PQ PNG, 10-bit PQ AVIF) are in HdrOutput.h.
 #ifndef HDRGPU_CONVERT_IMAGE_OUTPUT_H
 #define HDRGPU_CONVERT_IMAGE_OUTPUT_H
 
@@ -11,6 +12,8 @@ namespace hdrconvert {
 enum class OutputFormat {
     Png,  // 8-bit RGBA PNG
     Raw,  // width * height * 4 bytes: R, G, B, A per pixel, row 0 first, no header
+    PqPng,  // 16-bit RGB PNG, PQ, cICP / cLLi / mDCv (HdrOutput.h)
+    Avif,   // 10-bit 4:4:4 AVIF, PQ (HdrOutput.h)
 };
 
 // zlib level of the PNG writer: 1 favours speed (a 12.5-megapixel picture
@@ -21,9 +24,11 @@ constexpr int kDefaultPngLevel = 1;
 const char* OutputExtension(OutputFormat format);
 
 // Writes rgba (width * height * 4 bytes, R, G, B, A, rows tightly packed) to
-// path. pngLevel (0..9) is the zlib level of a PNG. False with a reason.
+// path as Png or Raw. pngLevel (0..9) is the zlib level of a PNG. A PNG of
+// RGB output (yuv false) carries an sRGB chunk, so viewers need not guess
+// the colour space; YUV output carries none. False with a reason.
 bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgba, int width, int height,
-                int pngLevel, std::string* reason);
+                int pngLevel, std::string* reason, bool yuv = false);
 
 }  // namespace hdrconvert
 

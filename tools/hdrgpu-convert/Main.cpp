@@ -1,9 +1,13 @@
 // hdrgpu-convert: renders gain-map JPEG photographs into 8-bit HDR pictures
-// (PNG or raw RGBA) with the HDR GPU library, as a host of the library does.
+// (PNG or raw RGBA) with the HDR GPU library, as a host of the library does,
+// and from those into PQ files (16-bit PNG, AVIF) for HDR-aware viewers.
 #include "GainMapJpeg.h"
+#include "HdrOutput.h"
 #include "ImageOutput.h"
+#include "JsonReport.h"
 #include "JpegPlanes.h"
 #include "Orientation.h"
+#include "PanelModel.h"
 #include "Renderer.h"
 #include "SampleMaker.h"
 
@@ -53,8 +57,17 @@ const char* const kHelp =
     "\n"
     "Output:\n"
     "  -o, --output DIR         directory for the outputs (created if missing)\n"
-    "      --format png|raw     png: 8-bit RGBA PNG (default); raw: plain RGBA\n"
-    "                           bytes, width*height*4, row 0 first, no header (.rgba)\n"
+    "      --format FORMAT      png: 8-bit RGBA PNG with an sRGB chunk (default);\n"
+    "                           raw: plain RGBA bytes, width*height*4, row 0\n"
+    "                           first, no header (.rgba); pq-png: 16-bit RGB PNG\n"
+    "                           in PQ with cICP, cLLi, mDCv (.png); avif: 10-bit\n"
+    "                           4:4:4 AVIF in PQ (.avif). pq-png and avif need\n"
+    "                           RGB output (not --yuv)\n"
+    "      --panel-nits N       pq-png, avif: peak of the simulated panel in\n"
+    "                           cd/m2, 1..10000 (default 1000); code c shows\n"
+    "                           N * sRGB_EOTF(c / 255) cd/m2\n"
+    "      --json FILE          write a JSON record of the batch (one record per\n"
+    "                           input, then the summary) to FILE\n"
     "      --png-level N        PNG zlib level 0..9 (default 1: fast)\n"
     "      --size WxH           output size as displayed (default: the primary's\n"
     "                           size after its EXIF orientation)\n"
@@ -106,6 +119,8 @@ struct Options {
     std::string outputDir;
     OutputFormat format = OutputFormat::Png;
     int pngLevel = hdrconvert::kDefaultPngLevel;
+    int panelNits = hdrconvert::kDefaultPanelNits;
+    std::string jsonPath;
     int width = 0;
     int height = 0;
     hdrconvert::RendererOptions renderer;
@@ -135,6 +150,26 @@ bool ParseSize(const std::string& text, int* width, int* height)
     const size_t x = text.find_first_of("xX");
     return x != std::string::npos && ParseInt(text.substr(0, x), 1, 16384, width) &&
            ParseInt(text.substr(x + 1), 1, 16384, height);
+}
+
+bool IsHdrFormat(OutputFormat format)
+{
+    return format == OutputFormat::PqPng || format == OutputFormat::Avif;
+}
+
+const char* FormatName(OutputFormat format)
+{
+    switch (format) {
+    case OutputFormat::Raw:
+        return "raw";
+    case OutputFormat::PqPng:
+        return "pq-png";
+    case OutputFormat::Avif:
+        return "avif";
+    case OutputFormat::Png:
+        break;
+    }
+    return "png";
 }
 
 // Parses argv into options; false with a message for a bad command line.
@@ -196,8 +231,21 @@ bool ParseArguments(int argc, char** argv, Options* o, std::string* error)
                 o->format = OutputFormat::Png;
             } else if (v == "raw") {
                 o->format = OutputFormat::Raw;
+            } else if (v == "pq-png") {
+                o->format = OutputFormat::PqPng;
+            } else if (v == "avif") {
+                o->format = OutputFormat::Avif;
             } else {
-                *error = "--format takes png or raw, not '" + v + "'";
+                *error = "--format takes png, raw, pq-png or avif, not '" + v + "'";
+                return false;
+            }
+        } else if (arg == "--panel-nits") {
+            if (!takeValue(&v) || !ParseInt(v, 1, hdrconvert::kMaxPanelNits, &o->panelNits)) {
+                *error = error->empty() ? "--panel-nits takes 1..10000 (cd/m2)" : *error;
+                return false;
+            }
+        } else if (arg == "--json") {
+            if (!takeValue(&o->jsonPath)) {
                 return false;
             }
         } else if (arg == "--png-level") {
@@ -274,6 +322,10 @@ bool ParseArguments(int argc, char** argv, Options* o, std::string* error)
             *error = "unknown option " + arg;
             return false;
         }
+    }
+    if (o->renderer.outputYuv && IsHdrFormat(o->format)) {
+        *error = "--format pq-png and avif need RGB output: drop --yuv";
+        return false;
     }
     return true;
 }
@@ -443,16 +495,55 @@ struct FileResult {
     int width = 0;
     int height = 0;
     int orientation = 1;
+    hdrconvert::FileRecord record;  // for --json
 };
+
+double SecondsSince(std::chrono::steady_clock::time_point* mark)
+{
+    const auto now = std::chrono::steady_clock::now();
+    const double s = std::chrono::duration<double>(now - *mark).count();
+    *mark = now;
+    return s;
+}
+
+// Writes the rendered picture in the chosen format.
+bool WriteOutput(const std::string& output, const Options& o, const hdrconvert::RenderedPicture& rendered,
+                 hdrconvert::FileRecord* record, std::string* why)
+{
+    if (!IsHdrFormat(o.format)) {
+        return hdrconvert::WriteImage(output, o.format, rendered.rgba.data(), rendered.width, rendered.height,
+                                      o.pngLevel, why, o.renderer.outputYuv);
+    }
+    const hdrconvert::PanelModel panel(o.panelNits);
+    hdrconvert::PanelPicture picture;
+    picture.rgba = rendered.rgba.data();
+    picture.width = rendered.width;
+    picture.height = rendered.height;
+    picture.primaries = hdrconvert::Primaries::Bt709;  // the gamut the renderer gives the library
+    hdrconvert::HdrWriteInfo info;
+    const bool ok = o.format == OutputFormat::PqPng
+                        ? hdrconvert::WritePqPng(output, picture, panel, o.pngLevel, &info, why)
+                        : hdrconvert::WritePqAvif(output, picture, panel, &info, why);
+    if (ok) {
+        record->hasLightLevels = true;
+        record->lightLevels = info.levels;
+    }
+    return ok;
+}
 
 FileResult ConvertOne(const std::string& input, const std::string& output, const Options& o,
                       hdrconvert::Renderer* renderer)
 {
     FileResult r;
+    hdrconvert::FileRecord& rec = r.record;
+    auto mark = std::chrono::steady_clock::now();
     std::vector<uint8_t> bytes;
-    if (!ReadWholeFile(input, &bytes, &r.reason)) {
+    const bool read = ReadWholeFile(input, &bytes, &r.reason);
+    rec.times.read = SecondsSince(&mark);
+    if (!read) {
         return r;
     }
+    rec.inputBytes = bytes.size();
     if (bytes.empty()) {
         r.reason = "empty file";
         return r;
@@ -462,9 +553,17 @@ FileResult ConvertOne(const std::string& input, const std::string& output, const
         return r;
     }
     hdrconvert::GainMapJpeg parsed;
-    if (!hdrconvert::ParseGainMapJpeg(bytes.data(), bytes.size(), &parsed, &r.reason)) {
+    const bool parsedOk = hdrconvert::ParseGainMapJpeg(bytes.data(), bytes.size(), &parsed, &r.reason);
+    rec.times.parse = SecondsSince(&mark);
+    if (!parsedOk) {
         return r;
     }
+    rec.parsed = true;
+    rec.metadata = parsed.metadata;
+    rec.source = parsed.source;
+    rec.hadXmp = parsed.hadXmp;
+    rec.hadIso = parsed.hadIso;
+    rec.orientation = hdrconvert::NormalizeOrientation(parsed.orientation);
     if (parsed.metadata.baseRenditionIsHdr) {
         r.reason = "base rendition is HDR (unsupported)";
         return r;
@@ -474,12 +573,19 @@ FileResult ConvertOne(const std::string& input, const std::string& output, const
     std::string why;
     if (!hdrconvert::DecodeJpegPlanes(bytes.data() + parsed.primaryOffset, parsed.primarySize, &primary, &why)) {
         r.reason = "primary image: " + why;
+        rec.times.decode = SecondsSince(&mark);
         return r;
     }
+    rec.primaryWidth = primary.width;
+    rec.primaryHeight = primary.height;
     if (!hdrconvert::DecodeJpegPlanes(bytes.data() + parsed.gainMapOffset, parsed.gainMapSize, &gainMap, &why)) {
         r.reason = "gain map: " + why;
+        rec.times.decode = SecondsSince(&mark);
         return r;
     }
+    rec.gainMapWidth = gainMap.width;
+    rec.gainMapHeight = gainMap.height;
+    rec.times.decode = SecondsSince(&mark);
     hdrconvert::Picture picture;
     picture.primary = &primary;
     picture.gainMap = &gainMap;
@@ -488,12 +594,15 @@ FileResult ConvertOne(const std::string& input, const std::string& output, const
     picture.outputWidth = o.width;
     picture.outputHeight = o.height;
     hdrconvert::RenderedPicture rendered;
-    if (!renderer->Render(picture, &rendered, &why)) {
+    const bool renderedOk = renderer->Render(picture, &rendered, &why);
+    rec.times.render = SecondsSince(&mark);
+    if (!renderedOk) {
         r.reason = "rendering failed: " + why;
         return r;
     }
-    if (!hdrconvert::WriteImage(output, o.format, rendered.rgba.data(), rendered.width, rendered.height, o.pngLevel,
-                                &why)) {
+    const bool written = WriteOutput(output, o, rendered, &rec, &why);
+    rec.times.write = SecondsSince(&mark);
+    if (!written) {
         r.reason = why;
         return r;
     }
@@ -502,6 +611,9 @@ FileResult ConvertOne(const std::string& input, const std::string& output, const
     r.width = rendered.width;
     r.height = rendered.height;
     r.orientation = picture.orientation;
+    std::error_code ec;
+    const auto size = std::filesystem::file_size(output, ec);
+    rec.outputBytes = ec ? 0 : static_cast<uint64_t>(size);
     return r;
 }
 
@@ -567,6 +679,7 @@ int main(int argc, char** argv)
     size_t converted = 0;
     double megapixels = 0;
     std::map<std::string, int> usedNames;
+    std::vector<hdrconvert::FileRecord> records;
     for (size_t i = 0; i < o.inputs.size(); ++i) {
         const std::string& input = o.inputs[i];
         ShowProgress(i, o.inputs.size(), input);
@@ -578,6 +691,16 @@ int main(int argc, char** argv)
             r = ConvertOne(input, OutputPath(o.outputDir, input, o.format, &usedNames), o, &renderer);
         }
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - fileStart).count();
+        r.record.input = input;
+        r.record.converted = r.ok;
+        r.record.output = r.output;
+        r.record.reason = r.reason;
+        r.record.outputWidth = r.width;
+        r.record.outputHeight = r.height;
+        r.record.times.total = seconds;
+        if (!o.jsonPath.empty()) {
+            records.push_back(std::move(r.record));
+        }
         if (r.ok) {
             ++converted;
             const double mp = static_cast<double>(r.width) * r.height / 1e6;
@@ -593,10 +716,39 @@ int main(int argc, char** argv)
     ClearProgress();
     renderer.Stop();
     const double total = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::fprintf(g_out, "%zu of %zu file(s) converted, %.2f megapixels, %.2f s (%s, %s mode)\n", converted,
-                 o.inputs.size(), megapixels, total, renderer.DisplayName().c_str(),
-                 o.renderer.mode == RenderMode::Direct ? "direct" : "streaming");
+    const char* mode = o.renderer.mode == RenderMode::Direct ? "direct" : "streaming";
+    // The HDR formats add the panel and, for AVIF, the encoder libavif chose.
+    std::string extra;
+    if (IsHdrFormat(o.format)) {
+        extra = ", panel " + std::to_string(o.panelNits) + " cd/m2";
+        if (o.format == OutputFormat::Avif) {
+            extra += ", AVIF encoder " + hdrconvert::AvifEncoderName() + " speed " +
+                     std::to_string(hdrconvert::AvifEncoderSpeed());
+        }
+    }
+    std::fprintf(g_out, "%zu of %zu file(s) converted, %.2f megapixels, %.2f s (%s, %s mode%s)\n", converted,
+                 o.inputs.size(), megapixels, total, renderer.DisplayName().c_str(), mode, extra.c_str());
     std::fflush(g_out);
     std::fflush(stdout);
+    if (!o.jsonPath.empty()) {
+        hdrconvert::BatchSummary summary;
+        summary.format = FormatName(o.format);
+        summary.mode = mode;
+        summary.display = renderer.DisplayName();
+        summary.yuv = o.renderer.outputYuv;
+        summary.panelNits = IsHdrFormat(o.format) ? o.panelNits : 0;
+        if (o.format == OutputFormat::Avif) {
+            summary.avifEncoder = hdrconvert::AvifEncoderName();
+            summary.avifSpeed = hdrconvert::AvifEncoderSpeed();
+        }
+        summary.files = o.inputs.size();
+        summary.converted = converted;
+        summary.megapixels = megapixels;
+        summary.seconds = total;
+        if (!hdrconvert::WriteJsonReport(o.jsonPath, records, summary, &error)) {
+            std::fprintf(stderr, "%s: the JSON report: %s\n", kProgram, error.c_str());
+            return kExitSomeFailed;
+        }
+    }
     return converted == o.inputs.size() ? kExitAllConverted : kExitSomeFailed;
 }

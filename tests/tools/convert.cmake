@@ -47,3 +47,10 @@ hdrgpu_add_convert_test(convert_cli_tests 300
 # the 12.5-megapixel one included.
 hdrgpu_add_convert_test(convert_photograph_tests 900
   ${CMAKE_CURRENT_SOURCE_DIR}/tools/ConvertPhotographsTest.cpp)
+# The HDR outputs read back with libpng and libavif, and the JSON report
+# parsed with nlohmann-json.
+find_package(nlohmann_json 3 REQUIRED)
+hdrgpu_add_convert_test(convert_output_tests 300
+  ${CMAKE_CURRENT_SOURCE_DIR}/tools/ConvertHdrOutputTest.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/tools/ConvertJsonReportTest.cpp)
+target_link_libraries(convert_output_tests PRIVATE PkgConfig::AVIF nlohmann_json::nlohmann_json)

@@ -65,7 +65,7 @@ c++ -std=c++17 "$root/tests/install/consumer/main.cpp" $(pkg-config --cflags --l
 echo "== /usr/bin/hdrgpu-convert =="
 convert=/usr/bin/hdrgpu-convert
 # The installed tool must use the installed library, not a build tree's.
-lib=$(ldd "$convert" | awk '/libhdrgpubackend\.so\.1/ {print $3}')
+lib=$(readlink -f "$(ldd "$convert" | awk '/libhdrgpubackend\.so\.1/ {print $3}')")
 echo "libhdrgpubackend.so.1 -> $lib"
 case $lib in /usr/lib/*) ;; *) echo "the converter does not load the installed library" >&2; exit 1 ;; esac
 "$convert" --make-sample "$work/sample.jpg"

@@ -3,6 +3,8 @@
 #   benchmarks/results/latest.json  (Google Benchmark JSON, every executable's
 #                                    runs in one file)
 #   benchmarks/results/latest.md    (a table per workload)
+#   benchmarks/results/stages.svg   (the stage table as a bar chart,
+#                                    benchmarks/stage-chart.py)
 #
 #   benchmarks/run-benchmarks.sh [build-dir]     (default: build-bench)
 #
@@ -218,4 +220,5 @@ with open(os.path.join(results_dir, "latest.md"), "w") as f:
     f.write("\n".join(lines))
 print("\n".join(lines))
 PYTHON
-echo "Wrote $results/latest.json and $results/latest.md"
+python3 "$root/benchmarks/stage-chart.py" "$results/latest.json" "$results/stages.svg"
+echo "Wrote $results/latest.json, $results/latest.md and $results/stages.svg"

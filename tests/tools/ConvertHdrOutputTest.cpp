@@ -368,6 +368,15 @@ TEST(ConvertHdrOutput, AvifPixelsFollowThePanelFormula)
     EXPECT_LT(sum / (64.0 * 40.0 * 3.0), 2.5);
 }
 
+TEST(ConvertHdrOutput, HelpNamesTheHdrFormatsAndTheReport)
+{
+    const CommandResult r = RunConverter({"--help"});
+    EXPECT_EQ(r.exitCode, 0);
+    for (const char* word : {"pq-png", "avif", "--panel-nits", "--json", "N * sRGB_EOTF(c / 255)"}) {
+        EXPECT_NE(r.out.find(word), std::string::npos) << "help does not mention " << word;
+    }
+}
+
 TEST(ConvertHdrOutput, HdrFormatsRefuseYuvOutput)
 {
     const std::string dir = converttest::FreshDirectory("hdr-yuv");

@@ -112,7 +112,7 @@ std::string SizeRefusal(const jpeg_decompress_struct& cinfo)
 // The decoding itself. Every object that lives across the setjmp exists
 // before it, so the jump skips no destructor.
 bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size,
-            YuvPlanes* out, std::string* refusal)
+            PlaneRowSink* sink, std::string* refusal)
 {
     if (setjmp(err->jump) != 0) {
         return false;
@@ -135,13 +135,9 @@ bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
 
     const size_t width = cinfo->output_width;
     const size_t height = cinfo->output_height;
-    const size_t pixels = width * height;
-    out->width = static_cast<int>(width);
-    out->height = static_cast<int>(height);
-    out->components = cinfo->num_components;
-    out->y.resize(pixels);
-    out->u.resize(pixels);
-    out->v.resize(pixels);
+    if (!sink->Start(static_cast<int>(width), static_cast<int>(height), cinfo->num_components, refusal)) {
+        return false;
+    }
 
     const int channels = cinfo->output_components;
     const int rowsAtOnce = cinfo->rec_outbuf_height > 0 ? cinfo->rec_outbuf_height : 1;
@@ -154,10 +150,10 @@ bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
         const JDIMENSION got = jpeg_read_scanlines(cinfo, rows, static_cast<JDIMENSION>(rowsAtOnce));
         for (JDIMENSION r = 0; r < got; ++r) {
             const JSAMPLE* in = rows[r];
-            const size_t base = (first + r) * width;
-            uint8_t* y = out->y.data() + base;
-            uint8_t* u = out->u.data() + base;
-            uint8_t* v = out->v.data() + base;
+            uint8_t* y = nullptr;
+            uint8_t* u = nullptr;
+            uint8_t* v = nullptr;
+            sink->Row(static_cast<int>(first + r), &y, &u, &v);
             if (channels == 1) {
                 std::memcpy(y, in, width);
                 std::memset(u, 128, width);
@@ -318,7 +314,7 @@ bool ReadJpegHeader(const uint8_t* data, size_t size, int* width, int* height, s
     return true;
 }
 
-bool DecodeJpegPlanes(const uint8_t* data, size_t size, YuvPlanes* out, std::string* reason)
+bool DecodeJpegRows(const uint8_t* data, size_t size, PlaneRowSink* sink, std::string* reason)
 {
     if (!StartsLikeJpeg(data, size)) {
         *reason = "not a JPEG codestream";
@@ -330,11 +326,52 @@ bool DecodeJpegPlanes(const uint8_t* data, size_t size, YuvPlanes* out, std::str
     InstallErrorManager(&err);
     cinfo.err = &err.pub;
     std::string refusal;
-    YuvPlanes planes;
-    const bool ok = Decode(&cinfo, &err, data, size, &planes, &refusal);
+    const bool ok = Decode(&cinfo, &err, data, size, sink, &refusal);
     jpeg_destroy_decompress(&cinfo);
     if (!ok) {
         *reason = DecoderReason(err, refusal);
+        return false;
+    }
+    return true;
+}
+
+bool DecodeJpegPlanesReusing(const uint8_t* data, size_t size, YuvPlanes* planes, std::string* reason)
+{
+    // Rows land in the planes' own vectors; resizing to a size they already
+    // hold keeps their storage (and skips zero-filling it again).
+    class VectorSink : public PlaneRowSink {
+    public:
+        explicit VectorSink(YuvPlanes* p) : p_(p) {}
+        bool Start(int width, int height, int components, std::string*) override
+        {
+            const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
+            p_->width = width;
+            p_->height = height;
+            p_->components = components;
+            p_->y.resize(pixels);
+            p_->u.resize(pixels);
+            p_->v.resize(pixels);
+            return true;
+        }
+        void Row(int row, uint8_t** y, uint8_t** u, uint8_t** v) override
+        {
+            const size_t base = static_cast<size_t>(row) * static_cast<size_t>(p_->width);
+            *y = p_->y.data() + base;
+            *u = p_->u.data() + base;
+            *v = p_->v.data() + base;
+        }
+
+    private:
+        YuvPlanes* p_;
+    };
+    VectorSink sink(planes);
+    return DecodeJpegRows(data, size, &sink, reason);
+}
+
+bool DecodeJpegPlanes(const uint8_t* data, size_t size, YuvPlanes* out, std::string* reason)
+{
+    YuvPlanes planes;
+    if (!DecodeJpegPlanesReusing(data, size, &planes, reason)) {
         return false;
     }
     *out = std::move(planes);

@@ -6,6 +6,7 @@
 #include "Orientation.h"
 #include "Renderer.h"
 #include "SampleMaker.h"
+#include "StreamingDecode.h"
 
 #ifdef HDRGPU_CONVERT_STANDINS
 #include <dlog_standin.h>
@@ -412,7 +413,14 @@ bool ReadWholeFile(const std::string& path, std::vector<uint8_t>* bytes, std::st
         *reason = std::string("cannot open: ") + std::strerror(errno);
         return false;
     }
-    bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    // One read of the size stat gave, into storage kept across the batch;
+    // then whatever a growing file still holds.
+    bytes->resize(static_cast<size_t>(st.st_size));
+    in.read(reinterpret_cast<char*>(bytes->data()), static_cast<std::streamsize>(bytes->size()));
+    bytes->resize(static_cast<size_t>(in.gcount()));
+    if (in) {
+        bytes->insert(bytes->end(), std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
     if (in.bad()) {
         *reason = "cannot read";
         return false;
@@ -445,11 +453,17 @@ struct FileResult {
     int orientation = 1;
 };
 
+// Storage kept from one file of a batch to the next.
+struct BatchStorage {
+    std::vector<uint8_t> bytes;
+    hdrconvert::YuvPlanes gainMap;
+};
+
 FileResult ConvertOne(const std::string& input, const std::string& output, const Options& o,
-                      hdrconvert::Renderer* renderer)
+                      hdrconvert::Renderer* renderer, BatchStorage* storage)
 {
     FileResult r;
-    std::vector<uint8_t> bytes;
+    std::vector<uint8_t>& bytes = storage->bytes;
     if (!ReadWholeFile(input, &bytes, &r.reason)) {
         return r;
     }
@@ -469,38 +483,43 @@ FileResult ConvertOne(const std::string& input, const std::string& output, const
         r.reason = "base rendition is HDR (unsupported)";
         return r;
     }
-    hdrconvert::YuvPlanes primary;
-    hdrconvert::YuvPlanes gainMap;
+    // The primary is decoded by the renderer, where the library reads it
+    // (no full-size planes here); a fault of it is still the first reported.
+    const uint8_t* primaryJpeg = bytes.data() + parsed.primaryOffset;
+    hdrconvert::EncodedPicture picture;
+    picture.primaryJpeg = primaryJpeg;
+    picture.primarySize = parsed.primarySize;
     std::string why;
-    if (!hdrconvert::DecodeJpegPlanes(bytes.data() + parsed.primaryOffset, parsed.primarySize, &primary, &why)) {
+    if (!hdrconvert::ReadJpegHeader(primaryJpeg, parsed.primarySize, &picture.primaryWidth, &picture.primaryHeight,
+                                    &why)) {
         r.reason = "primary image: " + why;
         return r;
     }
-    if (!hdrconvert::DecodeJpegPlanes(bytes.data() + parsed.gainMapOffset, parsed.gainMapSize, &gainMap, &why)) {
-        r.reason = "gain map: " + why;
+    hdrconvert::YuvPlanes& gainMap = storage->gainMap;
+    if (!hdrconvert::DecodeJpegPlanesReusing(bytes.data() + parsed.gainMapOffset, parsed.gainMapSize, &gainMap,
+                                             &why)) {
+        std::string primaryWhy;
+        r.reason = hdrconvert::JpegDecodes(primaryJpeg, parsed.primarySize, &primaryWhy)
+                       ? "gain map: " + why
+                       : "primary image: " + primaryWhy;
         return r;
     }
-    hdrconvert::Picture picture;
-    picture.primary = &primary;
     picture.gainMap = &gainMap;
     picture.metadata = parsed.metadata;
     picture.orientation = hdrconvert::NormalizeOrientation(parsed.orientation);
     picture.outputWidth = o.width;
     picture.outputHeight = o.height;
-    hdrconvert::RenderedPicture rendered;
-    if (!renderer->Render(picture, &rendered, &why)) {
-        r.reason = "rendering failed: " + why;
+    bool primaryFailed = false;
+    if (!renderer->RenderEncoded(picture, &primaryFailed, &why)) {
+        r.reason = (primaryFailed ? "primary image: " : "rendering failed: ") + why;
         return r;
     }
-    if (!hdrconvert::WriteImage(output, o.format, rendered.rgba.data(), rendered.width, rendered.height, o.pngLevel,
-                                &why)) {
+    if (!renderer->WriteRendered(output, o.format, o.pngLevel, &r.width, &r.height, &why)) {
         r.reason = why;
         return r;
     }
     r.ok = true;
     r.output = output;
-    r.width = rendered.width;
-    r.height = rendered.height;
     r.orientation = picture.orientation;
     return r;
 }
@@ -567,6 +586,7 @@ int main(int argc, char** argv)
     size_t converted = 0;
     double megapixels = 0;
     std::map<std::string, int> usedNames;
+    BatchStorage storage;
     for (size_t i = 0; i < o.inputs.size(); ++i) {
         const std::string& input = o.inputs[i];
         ShowProgress(i, o.inputs.size(), input);
@@ -575,7 +595,7 @@ int main(int argc, char** argv)
         if (renderer.Broken()) {
             r.reason = "the renderer is no longer available";
         } else {
-            r = ConvertOne(input, OutputPath(o.outputDir, input, o.format, &usedNames), o, &renderer);
+            r = ConvertOne(input, OutputPath(o.outputDir, input, o.format, &usedNames), o, &renderer, &storage);
         }
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - fileStart).count();
         if (r.ok) {

@@ -78,6 +78,18 @@ uint8_t ClampToByte(double v)
     return static_cast<uint8_t>(v + 0.5);
 }
 
+// One decoded row of interleaved Y, Cb, Cr into three planes. The rows never
+// overlap; saying so lets the compiler vectorise the split.
+void SplitRow(const JSAMPLE* __restrict in, uint8_t* __restrict y, uint8_t* __restrict u, uint8_t* __restrict v,
+              size_t width)
+{
+    for (size_t x = 0; x < width; ++x) {
+        y[x] = in[3 * x];
+        u[x] = in[3 * x + 1];
+        v[x] = in[3 * x + 2];
+    }
+}
+
 // Why a colour space is refused; empty when it is decoded.
 std::string RefusedColourSpace(const jpeg_decompress_struct& cinfo)
 {
@@ -159,11 +171,7 @@ bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
                 std::memset(u, 128, width);
                 std::memset(v, 128, width);
             } else if (cinfo->out_color_space == JCS_YCbCr) {
-                for (size_t x = 0; x < width; ++x) {
-                    y[x] = in[3 * x];
-                    u[x] = in[3 * x + 1];
-                    v[x] = in[3 * x + 2];
-                }
+                SplitRow(in, y, u, v, width);
             } else {
                 // Full-range BT.601, as JFIF defines YCbCr.
                 for (size_t x = 0; x < width; ++x) {

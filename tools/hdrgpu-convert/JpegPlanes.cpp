@@ -8,6 +8,10 @@
 #include <jerror.h>
 #include <jpeglib.h>
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <tmmintrin.h>
+#endif
+
 namespace hdrconvert {
 
 namespace {
@@ -78,16 +82,63 @@ uint8_t ClampToByte(double v)
     return static_cast<uint8_t>(v + 0.5);
 }
 
-// One decoded row of interleaved Y, Cb, Cr into three planes. The rows never
-// overlap; saying so lets the compiler vectorise the split.
-void SplitRow(const JSAMPLE* __restrict in, uint8_t* __restrict y, uint8_t* __restrict u, uint8_t* __restrict v,
-              size_t width)
+// One decoded row of interleaved Y, Cb, Cr into three planes (the rows never
+// overlap). Byte by byte it costs more than the decoding itself on a big
+// picture; where the CPU has SSSE3, byte shuffles split 16 pixels at a time.
+void SplitRowBytes(const JSAMPLE* __restrict in, uint8_t* __restrict y, uint8_t* __restrict u,
+                   uint8_t* __restrict v, size_t first, size_t width)
 {
-    for (size_t x = 0; x < width; ++x) {
+    for (size_t x = first; x < width; ++x) {
         y[x] = in[3 * x];
         u[x] = in[3 * x + 1];
         v[x] = in[3 * x + 2];
     }
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+__attribute__((target("ssse3"))) void SplitRowSsse3(const JSAMPLE* __restrict in, uint8_t* __restrict y,
+                                                    uint8_t* __restrict u, uint8_t* __restrict v, size_t width)
+{
+    // 48 bytes a, b, c hold 16 pixels; each plane's 16 bytes come from all
+    // three (-1 picks nothing).
+    const __m128i ya = _mm_setr_epi8(0, 3, 6, 9, 12, 15, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m128i yb = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, 2, 5, 8, 11, 14, -1, -1, -1, -1, -1);
+    const __m128i yc = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 1, 4, 7, 10, 13);
+    const __m128i ua = _mm_setr_epi8(1, 4, 7, 10, 13, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m128i ub = _mm_setr_epi8(-1, -1, -1, -1, -1, 0, 3, 6, 9, 12, 15, -1, -1, -1, -1, -1);
+    const __m128i uc = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 2, 5, 8, 11, 14);
+    const __m128i va = _mm_setr_epi8(2, 5, 8, 11, 14, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m128i vb = _mm_setr_epi8(-1, -1, -1, -1, -1, 1, 4, 7, 10, 13, -1, -1, -1, -1, -1, -1);
+    const __m128i vc = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 0, 3, 6, 9, 12, 15);
+    size_t x = 0;
+    for (; x + 16 <= width; x += 16) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 3 * x));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 3 * x + 16));
+        const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 3 * x + 32));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x),
+                         _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, ya), _mm_shuffle_epi8(b, yb)),
+                                      _mm_shuffle_epi8(c, yc)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(u + x),
+                         _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, ua), _mm_shuffle_epi8(b, ub)),
+                                      _mm_shuffle_epi8(c, uc)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(v + x),
+                         _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, va), _mm_shuffle_epi8(b, vb)),
+                                      _mm_shuffle_epi8(c, vc)));
+    }
+    SplitRowBytes(in, y, u, v, x, width);
+}
+#endif
+
+void SplitRow(const JSAMPLE* in, uint8_t* y, uint8_t* u, uint8_t* v, size_t width)
+{
+#if defined(__x86_64__) || defined(__i386__)
+    static const bool hasSsse3 = (__builtin_cpu_init(), __builtin_cpu_supports("ssse3") != 0);
+    if (hasSsse3) {
+        SplitRowSsse3(in, y, u, v, width);
+        return;
+    }
+#endif
+    SplitRowBytes(in, y, u, v, 0, width);
 }
 
 // Why a colour space is refused; empty when it is decoded.

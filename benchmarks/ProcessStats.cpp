@@ -1,14 +1,16 @@
 // hdrgpu-process-stats: runs a command several times and reports, per run,
-// the wall time and the peak resident memory the kernel accounted to it
-// (wait4's rusage ru_maxrss), then the medians. Whole-process figures for the
-// converter, measured from outside so that the program itself is unchanged.
+// the wall time, the CPU time (user + system, all threads) and the peak
+// resident memory the kernel accounted to it (wait4's rusage), then the
+// medians. On a busy machine the CPU time moves much less than the wall time.
+// Whole-process figures for the converter, measured from outside so that the
+// program itself is unchanged.
 //
 //   hdrgpu-process-stats [--runs N] -- COMMAND [ARGS...]
 //
 // The command's standard output and error go to /dev/null. One JSON object on
 // standard output:
-//   {"runs": [{"wall_s": 0.512, "maxrss_kib": 270000, "exit": 0}, ...],
-//    "median_wall_s": ..., "median_maxrss_kib": ..., "exit": 0}
+//   {"runs": [{"wall_s": 0.512, "cpu_s": 0.9, "maxrss_kib": 270000, "exit": 0}, ...],
+//    "median_wall_s": ..., "median_cpu_s": ..., "median_maxrss_kib": ..., "exit": 0}
 // "exit" is the command's exit status (the last run's at the top level);
 // a run killed by a signal is an error of this program (exit status 1).
 #include <fcntl.h>
@@ -30,6 +32,7 @@ namespace {
 
 struct Run {
     double wallSeconds = 0;
+    double cpuSeconds = 0;
     long maxRssKib = 0;
     int exitStatus = 0;
 };
@@ -72,6 +75,8 @@ bool RunOnce(char** command, Run* run, std::string* error)
         return false;
     }
     run->wallSeconds = std::chrono::duration<double>(end - start).count();
+    const auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
+    run->cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
     run->maxRssKib = usage.ru_maxrss;  // kibibytes on Linux
     run->exitStatus = WEXITSTATUS(status);
     return true;
@@ -130,15 +135,17 @@ int main(int argc, char** argv)
         results.push_back(run);
     }
     std::vector<double> walls;
+    std::vector<double> cpus;
     std::vector<long> rss;
     std::printf("{\"runs\": [");
     for (size_t r = 0; r < results.size(); ++r) {
         walls.push_back(results[r].wallSeconds);
+        cpus.push_back(results[r].cpuSeconds);
         rss.push_back(results[r].maxRssKib);
-        std::printf("%s{\"wall_s\": %.4f, \"maxrss_kib\": %ld, \"exit\": %d}", r == 0 ? "" : ", ",
-                    results[r].wallSeconds, results[r].maxRssKib, results[r].exitStatus);
+        std::printf("%s{\"wall_s\": %.4f, \"cpu_s\": %.4f, \"maxrss_kib\": %ld, \"exit\": %d}", r == 0 ? "" : ", ",
+                    results[r].wallSeconds, results[r].cpuSeconds, results[r].maxRssKib, results[r].exitStatus);
     }
-    std::printf("], \"median_wall_s\": %.4f, \"median_maxrss_kib\": %ld, \"exit\": %d}\n", Median(walls), Median(rss),
-                results.back().exitStatus);
+    std::printf("], \"median_wall_s\": %.4f, \"median_cpu_s\": %.4f, \"median_maxrss_kib\": %ld, \"exit\": %d}\n",
+                Median(walls), Median(cpus), Median(rss), results.back().exitStatus);
     return 0;
 }

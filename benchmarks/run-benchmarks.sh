@@ -6,7 +6,7 @@
 # and, for the converter as a whole process, a table of every sample
 # photograph (HDRGPU_SAMPLES_DIR, default ../shared/samples beside the
 # repository): `hdrgpu-convert PHOTO -o DIR --format raw` run 5 times, median
-# wall time and median peak resident memory (wait4's ru_maxrss), after one
+# wall time, CPU time and peak resident memory (wait4's rusage), after one
 # untimed run.
 #
 #   benchmarks/run-benchmarks.sh [build-dir]     (default: build-bench)
@@ -261,17 +261,18 @@ if process:
         "## Whole process: the converter on each sample photograph",
         "",
         f"`hdrgpu-convert PHOTO -o DIR --format raw` (streaming mode, output at the photo's full size), each"
-        f" run a new process: wall time from start to exit and the process's peak resident memory"
-        f" (`wait4` rusage `ru_maxrss`), median of {len(process[0]['runs'])} runs after one untimed run.",
+        f" run a new process: wall time from start to exit, CPU time (user + system, every thread; it moves"
+        f" much less than the wall time when other work shares the cores) and the process's peak resident"
+        f" memory (`wait4` rusage), median of {len(process[0]['runs'])} runs after one untimed run.",
         "",
-        "| Photo | Output | Result | Wall s (median) | Wall s (best) | Peak RSS MiB (median) |",
-        "|---|---|---|---:|---:|---:|",
+        "| Photo | Output | Result | Wall s (median) | Wall s (best) | CPU s (median) | Peak RSS MiB (median) |",
+        "|---|---|---|---:|---:|---:|---:|",
     ]
     for e in process:
         out = f"{e['width']} × {e['height']} ({e['width'] * e['height'] / 1e6:.1f} MP)" if "width" in e else "–"
         best = min(r["wall_s"] for r in e["runs"])
         lines.append(f"| {e['photo']} | {out} | {e['result']} | {e['median_wall_s']:.3f} | {best:.3f}"
-                     f" | {e['median_maxrss_kib'] / 1024:.0f} |")
+                     f" | {e['median_cpu_s']:.3f} | {e['median_maxrss_kib'] / 1024:.0f} |")
     lines.append("")
 
 # The surface-copy micro-benchmark, as it reports itself.

@@ -11,7 +11,10 @@
 //   from the previous picture's (that intake re-defines the textures), then
 //   the planes, then the metadata (which keeps the streamed planes and maps
 //   the buffers for the next picture), then the draw. The library rotates and
-//   mirrors the output for the picture's EXIF orientation.
+//   mirrors the output for the picture's EXIF orientation. RenderEncoded
+//   decodes the primary into the three main-image buffers while plane 0 is
+//   open: the first Begin of a cycle waits on the one upload fence that
+//   covers all six buffers, and each stays mapped until its own End.
 // * Direct mode: planes go in with the metadata. The library's output surface
 //   has the size given at initialisation and is never rotated, so the picture
 //   is rendered at its stored orientation and turned on the CPU afterwards;

@@ -254,6 +254,7 @@ void Renderer::Stop()
     displayInitialised_ = false;
     display_ = nullptr;
     mapped_ = nullptr;
+    rendered_ = false;
 }
 
 bool Renderer::Render(const Picture& picture, RenderedPicture* out, std::string* reason)

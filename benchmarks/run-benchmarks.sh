@@ -5,6 +5,11 @@
 #   benchmarks/results/latest.md    (a table per workload)
 #   benchmarks/results/stages.svg   (the stage table as a bar chart,
 #                                    benchmarks/stage-chart.py)
+# and, for the converter as a whole process, a table of every sample
+# photograph (HDRGPU_SAMPLES_DIR, default ../shared/samples beside the
+# repository): `hdrgpu-convert PHOTO -o DIR --format raw` run 5 times, median
+# wall time, CPU time and peak resident memory (wait4's rusage), after one
+# untimed run.
 #
 #   benchmarks/run-benchmarks.sh [build-dir]     (default: build-bench)
 #
@@ -30,9 +35,11 @@ if ! command -v python3 >/dev/null 2>&1; then
 fi
 
 executables=(picture_benchmark stage_benchmark limits_benchmark cpu_baseline_benchmark output_copy_benchmark)
+samples=${HDRGPU_SAMPLES_DIR:-$root/../shared/samples}
+process_runs=5
 
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DHDRGPU_BUILD_BENCHMARKS=ON -DHDRGPU_BUILD_TESTS=OFF
-cmake --build "$build" -j "$jobs" --target "${executables[@]}"
+cmake --build "$build" -j "$jobs" --target "${executables[@]}" hdrgpu-convert hdrgpu-process-stats
 
 mkdir -p "$results"
 runs=$(mktemp -d)
@@ -41,6 +48,29 @@ load_before=$(cut -d' ' -f1-3 /proc/loadavg)
 for exe in "${executables[@]}"; do
   echo "== $exe"
   "$build/benchmarks/$exe" --benchmark_out="$runs/$exe.json" --benchmark_out_format=json
+done
+
+# The converter as a whole process, photo by photo. The untimed first run
+# warms the page cache and gives the converter's own line (size or refusal).
+mkdir -p "$runs/process" "$runs/out"
+photos=()
+if [ -d "$samples" ]; then
+  for photo in "$samples"/*.jpg "$samples"/*.jpeg "$samples"/*.JPG; do
+    [ -f "$photo" ] && photos+=("$photo")
+  done
+fi
+if [ ${#photos[@]} -eq 0 ]; then
+  echo "No sample photographs in $samples: no whole-process table"
+fi
+convert="$build/tools/hdrgpu-convert/hdrgpu-convert"
+for i in "${!photos[@]}"; do
+  photo=${photos[$i]}
+  echo "== hdrgpu-convert $(basename "$photo") --format raw ($process_runs runs)"
+  "$convert" "$photo" -o "$runs/out" --format raw > "$runs/process/$i.line" 2>&1 || true
+  "$build/benchmarks/hdrgpu-process-stats" --runs "$process_runs" -- \
+    "$convert" "$photo" -o "$runs/out" --format raw > "$runs/process/$i.json"
+  printf '%s\n' "$photo" > "$runs/process/$i.photo"
+  rm -f "$runs/out"/*
 done
 load_after=$(cut -d' ' -f1-3 /proc/loadavg)
 
@@ -67,6 +97,31 @@ for exe in executables:
 merged["context"]["executable"] = executables
 merged["context"]["load_average_before_run"] = load_before
 merged["context"]["load_average_after_run"] = load_after
+
+# The converter as a whole process: one entry per photograph.
+process = []
+process_dir = os.path.join(runs_dir, "process")
+index = 0
+while os.path.exists(os.path.join(process_dir, f"{index}.json")):
+    with open(os.path.join(process_dir, f"{index}.photo")) as f:
+        photo = f.read().strip()
+    with open(os.path.join(process_dir, f"{index}.line")) as f:
+        line = f.read()
+    with open(os.path.join(process_dir, f"{index}.json")) as f:
+        stats = json.load(f)
+    entry = {"photo": os.path.basename(photo), "file_bytes": os.path.getsize(photo),
+             "command": "hdrgpu-convert PHOTO -o DIR --format raw"}
+    size = re.search(r"\((\d+)x(\d+), ", line)
+    if size:
+        entry["width"], entry["height"] = int(size.group(1)), int(size.group(2))
+        entry["result"] = "converted"
+    else:
+        refused = re.search(r"refused [^:]*: (.*)", line)
+        entry["result"] = "refused: " + refused.group(1).strip() if refused else "failed"
+    entry.update(stats)
+    process.append(entry)
+    index += 1
+merged["whole_process"] = process
 with open(os.path.join(results_dir, "latest.json"), "w") as f:
     json.dump(merged, f, indent=2)
     f.write("\n")
@@ -201,6 +256,25 @@ for key, title, planes, main_px, gain_px, ow, oh in WORKLOADS:
         r_copy = fmt_ratio(value / copy_ms) if copy_ms else "–"
         lines.append(f"| {label} | {fmt_ms(value)} | {fmt_ms(median)} | {count} | {fmt_rate(rate)}"
                      f" | {r_pass} | {r_copy} |")
+    lines.append("")
+
+if process:
+    lines += [
+        "## Whole process: the converter on each sample photograph",
+        "",
+        f"`hdrgpu-convert PHOTO -o DIR --format raw` (streaming mode, output at the photo's full size), each"
+        f" run a new process: wall time from start to exit, CPU time (user + system, every thread; it moves"
+        f" much less than the wall time when other work shares the cores) and the process's peak resident"
+        f" memory (`wait4` rusage), median of {len(process[0]['runs'])} runs after one untimed run.",
+        "",
+        "| Photo | Output | Result | Wall s (median) | Wall s (best) | CPU s (median) | Peak RSS MiB (median) |",
+        "|---|---|---|---:|---:|---:|---:|",
+    ]
+    for e in process:
+        out = f"{e['width']} × {e['height']} ({e['width'] * e['height'] / 1e6:.1f} MP)" if "width" in e else "–"
+        best = min(r["wall_s"] for r in e["runs"])
+        lines.append(f"| {e['photo']} | {out} | {e['result']} | {e['median_wall_s']:.3f} | {best:.3f}"
+                     f" | {e['median_cpu_s']:.3f} | {e['median_maxrss_kib'] / 1024:.0f} |")
     lines.append("")
 
 # The surface-copy micro-benchmark, as it reports itself.

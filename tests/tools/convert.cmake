@@ -43,6 +43,9 @@ hdrgpu_add_convert_test(convert_cli_tests 300
   ${CMAKE_CURRENT_SOURCE_DIR}/tools/ConvertCliTest.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/tools/ConvertSampleMakerTest.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/tools/ConvertOrientationTest.cpp)
+# Two of its tests render every photograph twice (both paths).
+hdrgpu_add_convert_test(convert_streaming_tests 900
+  ${CMAKE_CURRENT_SOURCE_DIR}/tools/ConvertStreamingTest.cpp)
 # Each test of this one runs (at first use) a whole batch of photographs,
 # the 12.5-megapixel one included.
 hdrgpu_add_convert_test(convert_photograph_tests 900

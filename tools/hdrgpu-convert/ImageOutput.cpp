@@ -26,8 +26,8 @@ void OnPngWarning(png_structp, png_const_charp) {}
 
 // The libpng calls, behind the error jump. Every object that lives across the
 // setjmp exists before it.
-bool WritePngRows(png_structp png, png_infop info, FILE* file, const uint8_t* rgba, int width, int height,
-                  int level, bool yuv)
+bool WritePngRows(png_structp png, png_infop info, FILE* file, const RowSource& rows, uint8_t* row, int width,
+                  int height, int level, bool yuv)
 {
     if (setjmp(png_jmpbuf(png)) != 0) {
         return false;
@@ -47,15 +47,15 @@ bool WritePngRows(png_structp png, png_infop info, FILE* file, const uint8_t* rg
         png_set_sRGB(png, info, PNG_sRGB_INTENT_PERCEPTUAL);
     }
     png_write_info(png, info);
-    const size_t stride = static_cast<size_t>(width) * 4;
     for (int y = 0; y < height; ++y) {
-        png_write_row(png, const_cast<png_bytep>(rgba + static_cast<size_t>(y) * stride));
+        png_write_row(png, const_cast<png_bytep>(rows(y, row)));
     }
     png_write_end(png, info);
     return true;
 }
 
-bool WritePng(FILE* file, const uint8_t* rgba, int width, int height, int level, bool yuv, std::string* reason)
+bool WritePng(FILE* file, const RowSource& rows, uint8_t* row, int width, int height, int level, bool yuv,
+              std::string* reason)
 {
     PngError error{};
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &error, OnPngError, OnPngWarning);
@@ -69,7 +69,7 @@ bool WritePng(FILE* file, const uint8_t* rgba, int width, int height, int level,
         *reason = "cannot start the PNG writer";
         return false;
     }
-    const bool ok = WritePngRows(png, info, file, rgba, width, height, level, yuv);
+    const bool ok = WritePngRows(png, info, file, rows, row, width, height, level, yuv);
     png_destroy_write_struct(&png, &info);
     if (!ok) {
         *reason = std::string("PNG writer: ") + error.message;
@@ -100,6 +100,19 @@ bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgb
         *reason = "no picture to write";
         return false;
     }
+    const size_t stride = static_cast<size_t>(width) * 4;
+    return WriteImageRows(
+        path, format, width, height, pngLevel,
+        [rgba, stride](int y, uint8_t*) { return rgba + static_cast<size_t>(y) * stride; }, reason, yuv);
+}
+
+bool WriteImageRows(const std::string& path, OutputFormat format, int width, int height, int pngLevel,
+                    const RowSource& rows, std::string* reason, bool yuv)
+{
+    if (!rows || width < 1 || height < 1) {
+        *reason = "no picture to write";
+        return false;
+    }
     if (format != OutputFormat::Png && format != OutputFormat::Raw) {
         *reason = "not an 8-bit format";
         return false;
@@ -109,16 +122,19 @@ bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgb
         *reason = "cannot create " + path + ": " + std::strerror(errno);
         return false;
     }
+    const size_t stride = static_cast<size_t>(width) * 4;
+    std::vector<uint8_t> row(stride);
     bool ok = true;
     if (format == OutputFormat::Raw) {
-        const size_t bytes = static_cast<size_t>(width) * static_cast<size_t>(height) * 4;
-        if (std::fwrite(rgba, 1, bytes, file) != bytes) {
-            *reason = "cannot write " + path + ": " + std::strerror(errno);
-            ok = false;
+        for (int y = 0; y < height && ok; ++y) {
+            if (std::fwrite(rows(y, row.data()), 1, stride, file) != stride) {
+                *reason = "cannot write " + path + ": " + std::strerror(errno);
+                ok = false;
+            }
         }
     } else {
         const int level = pngLevel < 0 ? 0 : pngLevel > 9 ? 9 : pngLevel;
-        ok = WritePng(file, rgba, width, height, level, yuv, reason);
+        ok = WritePng(file, rows, row.data(), width, height, level, yuv, reason);
     }
     if (std::fclose(file) != 0 && ok) {
         *reason = "cannot write " + path + ": " + std::strerror(errno);

@@ -4,6 +4,7 @@
 #define HDRGPU_CONVERT_IMAGE_OUTPUT_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,17 @@ const char* OutputExtension(OutputFormat format);
 // the colour space; YUV output carries none. False with a reason.
 bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgba, int width, int height,
                 int pngLevel, std::string* reason, bool yuv = false);
+
+// Gives row y of a picture (width * 4 bytes, R, G, B, A), rows asked for in
+// order: either a pointer to the row where it already is, or `scratch`
+// (width * 4 bytes, owned by the writer) filled with it.
+using RowSource = std::function<const uint8_t*(int y, uint8_t* scratch)>;
+
+// WriteImage with the rows taken from rows, one at a time, so that a picture
+// can go to the file without a whole copy of it in between (the same sRGB
+// chunk rule).
+bool WriteImageRows(const std::string& path, OutputFormat format, int width, int height, int pngLevel,
+                    const RowSource& rows, std::string* reason, bool yuv = false);
 
 }  // namespace hdrconvert
 

@@ -8,6 +8,10 @@
 #include <jerror.h>
 #include <jpeglib.h>
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <tmmintrin.h>
+#endif
+
 namespace hdrconvert {
 
 namespace {
@@ -78,6 +82,65 @@ uint8_t ClampToByte(double v)
     return static_cast<uint8_t>(v + 0.5);
 }
 
+// One decoded row of interleaved Y, Cb, Cr into three planes (the rows never
+// overlap). Byte by byte it costs more than the decoding itself on a big
+// picture; where the CPU has SSSE3, byte shuffles split 16 pixels at a time.
+void SplitRowBytes(const JSAMPLE* __restrict in, uint8_t* __restrict y, uint8_t* __restrict u,
+                   uint8_t* __restrict v, size_t first, size_t width)
+{
+    for (size_t x = first; x < width; ++x) {
+        y[x] = in[3 * x];
+        u[x] = in[3 * x + 1];
+        v[x] = in[3 * x + 2];
+    }
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+__attribute__((target("ssse3"))) void SplitRowSsse3(const JSAMPLE* __restrict in, uint8_t* __restrict y,
+                                                    uint8_t* __restrict u, uint8_t* __restrict v, size_t width)
+{
+    // 48 bytes a, b, c hold 16 pixels; each plane's 16 bytes come from all
+    // three (-1 picks nothing).
+    const __m128i ya = _mm_setr_epi8(0, 3, 6, 9, 12, 15, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m128i yb = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, 2, 5, 8, 11, 14, -1, -1, -1, -1, -1);
+    const __m128i yc = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 1, 4, 7, 10, 13);
+    const __m128i ua = _mm_setr_epi8(1, 4, 7, 10, 13, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m128i ub = _mm_setr_epi8(-1, -1, -1, -1, -1, 0, 3, 6, 9, 12, 15, -1, -1, -1, -1, -1);
+    const __m128i uc = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 2, 5, 8, 11, 14);
+    const __m128i va = _mm_setr_epi8(2, 5, 8, 11, 14, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m128i vb = _mm_setr_epi8(-1, -1, -1, -1, -1, 1, 4, 7, 10, 13, -1, -1, -1, -1, -1, -1);
+    const __m128i vc = _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 0, 3, 6, 9, 12, 15);
+    size_t x = 0;
+    for (; x + 16 <= width; x += 16) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 3 * x));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 3 * x + 16));
+        const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 3 * x + 32));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x),
+                         _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, ya), _mm_shuffle_epi8(b, yb)),
+                                      _mm_shuffle_epi8(c, yc)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(u + x),
+                         _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, ua), _mm_shuffle_epi8(b, ub)),
+                                      _mm_shuffle_epi8(c, uc)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(v + x),
+                         _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, va), _mm_shuffle_epi8(b, vb)),
+                                      _mm_shuffle_epi8(c, vc)));
+    }
+    SplitRowBytes(in, y, u, v, x, width);
+}
+#endif
+
+void SplitRow(const JSAMPLE* in, uint8_t* y, uint8_t* u, uint8_t* v, size_t width)
+{
+#if defined(__x86_64__) || defined(__i386__)
+    static const bool hasSsse3 = (__builtin_cpu_init(), __builtin_cpu_supports("ssse3") != 0);
+    if (hasSsse3) {
+        SplitRowSsse3(in, y, u, v, width);
+        return;
+    }
+#endif
+    SplitRowBytes(in, y, u, v, 0, width);
+}
+
 // Why a colour space is refused; empty when it is decoded.
 std::string RefusedColourSpace(const jpeg_decompress_struct& cinfo)
 {
@@ -112,7 +175,7 @@ std::string SizeRefusal(const jpeg_decompress_struct& cinfo)
 // The decoding itself. Every object that lives across the setjmp exists
 // before it, so the jump skips no destructor.
 bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size,
-            YuvPlanes* out, std::string* refusal)
+            PlaneRowSink* sink, std::string* refusal)
 {
     if (setjmp(err->jump) != 0) {
         return false;
@@ -135,13 +198,9 @@ bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
 
     const size_t width = cinfo->output_width;
     const size_t height = cinfo->output_height;
-    const size_t pixels = width * height;
-    out->width = static_cast<int>(width);
-    out->height = static_cast<int>(height);
-    out->components = cinfo->num_components;
-    out->y.resize(pixels);
-    out->u.resize(pixels);
-    out->v.resize(pixels);
+    if (!sink->Start(static_cast<int>(width), static_cast<int>(height), cinfo->num_components, refusal)) {
+        return false;
+    }
 
     const int channels = cinfo->output_components;
     const int rowsAtOnce = cinfo->rec_outbuf_height > 0 ? cinfo->rec_outbuf_height : 1;
@@ -154,20 +213,16 @@ bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
         const JDIMENSION got = jpeg_read_scanlines(cinfo, rows, static_cast<JDIMENSION>(rowsAtOnce));
         for (JDIMENSION r = 0; r < got; ++r) {
             const JSAMPLE* in = rows[r];
-            const size_t base = (first + r) * width;
-            uint8_t* y = out->y.data() + base;
-            uint8_t* u = out->u.data() + base;
-            uint8_t* v = out->v.data() + base;
+            uint8_t* y = nullptr;
+            uint8_t* u = nullptr;
+            uint8_t* v = nullptr;
+            sink->Row(static_cast<int>(first + r), &y, &u, &v);
             if (channels == 1) {
                 std::memcpy(y, in, width);
                 std::memset(u, 128, width);
                 std::memset(v, 128, width);
             } else if (cinfo->out_color_space == JCS_YCbCr) {
-                for (size_t x = 0; x < width; ++x) {
-                    y[x] = in[3 * x];
-                    u[x] = in[3 * x + 1];
-                    v[x] = in[3 * x + 2];
-                }
+                SplitRow(in, y, u, v, width);
             } else {
                 // Full-range BT.601, as JFIF defines YCbCr.
                 for (size_t x = 0; x < width; ++x) {
@@ -318,7 +373,7 @@ bool ReadJpegHeader(const uint8_t* data, size_t size, int* width, int* height, s
     return true;
 }
 
-bool DecodeJpegPlanes(const uint8_t* data, size_t size, YuvPlanes* out, std::string* reason)
+bool DecodeJpegRows(const uint8_t* data, size_t size, PlaneRowSink* sink, std::string* reason)
 {
     if (!StartsLikeJpeg(data, size)) {
         *reason = "not a JPEG codestream";
@@ -330,11 +385,52 @@ bool DecodeJpegPlanes(const uint8_t* data, size_t size, YuvPlanes* out, std::str
     InstallErrorManager(&err);
     cinfo.err = &err.pub;
     std::string refusal;
-    YuvPlanes planes;
-    const bool ok = Decode(&cinfo, &err, data, size, &planes, &refusal);
+    const bool ok = Decode(&cinfo, &err, data, size, sink, &refusal);
     jpeg_destroy_decompress(&cinfo);
     if (!ok) {
         *reason = DecoderReason(err, refusal);
+        return false;
+    }
+    return true;
+}
+
+bool DecodeJpegPlanesReusing(const uint8_t* data, size_t size, YuvPlanes* planes, std::string* reason)
+{
+    // Rows land in the planes' own vectors; resizing to a size they already
+    // hold keeps their storage (and skips zero-filling it again).
+    class VectorSink : public PlaneRowSink {
+    public:
+        explicit VectorSink(YuvPlanes* p) : p_(p) {}
+        bool Start(int width, int height, int components, std::string*) override
+        {
+            const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
+            p_->width = width;
+            p_->height = height;
+            p_->components = components;
+            p_->y.resize(pixels);
+            p_->u.resize(pixels);
+            p_->v.resize(pixels);
+            return true;
+        }
+        void Row(int row, uint8_t** y, uint8_t** u, uint8_t** v) override
+        {
+            const size_t base = static_cast<size_t>(row) * static_cast<size_t>(p_->width);
+            *y = p_->y.data() + base;
+            *u = p_->u.data() + base;
+            *v = p_->v.data() + base;
+        }
+
+    private:
+        YuvPlanes* p_;
+    };
+    VectorSink sink(planes);
+    return DecodeJpegRows(data, size, &sink, reason);
+}
+
+bool DecodeJpegPlanes(const uint8_t* data, size_t size, YuvPlanes* out, std::string* reason)
+{
+    YuvPlanes planes;
+    if (!DecodeJpegPlanesReusing(data, size, &planes, reason)) {
         return false;
     }
     *out = std::move(planes);

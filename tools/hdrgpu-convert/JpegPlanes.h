@@ -36,6 +36,27 @@ bool ReadJpegHeader(const uint8_t* data, size_t size, int* width, int* height, s
 // or uses a colour space other than grey, YCbCr or RGB.
 bool DecodeJpegPlanes(const uint8_t* data, size_t size, YuvPlanes* out, std::string* reason);
 
+// Where the decoder puts the rows it produces: it asks for the three
+// destinations (Y, U, V, each `width` bytes) of every row, in order, so that
+// a picture can be decoded straight into memory it does not own.
+class PlaneRowSink {
+public:
+    virtual ~PlaneRowSink() = default;
+    // Once, before the first row: the decoded size and the codestream's
+    // colour component count. False with a reason refuses the image.
+    virtual bool Start(int width, int height, int components, std::string* reason) = 0;
+    virtual void Row(int row, uint8_t** y, uint8_t** u, uint8_t** v) = 0;
+};
+
+// Decodes like DecodeJpegPlanes, handing every row to sink. The rows already
+// given stay written when decoding fails part-way.
+bool DecodeJpegRows(const uint8_t* data, size_t size, PlaneRowSink* sink, std::string* reason);
+
+// DecodeJpegPlanes into planes whose vectors keep their storage from one
+// picture to the next. On failure the planes hold an unspecified part of the
+// picture.
+bool DecodeJpegPlanesReusing(const uint8_t* data, size_t size, YuvPlanes* planes, std::string* reason);
+
 // Chroma sampling of an encoded colour image.
 enum class ChromaSampling {
     Yuv420,

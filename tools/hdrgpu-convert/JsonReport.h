@@ -16,9 +16,10 @@ namespace hdrconvert {
 struct StageTimes {
     double read = 0;    // reading the file
     double parse = 0;   // container and metadata
-    double decode = 0;  // both JPEG codestreams to planes
-    double render = 0;  // the library's pass and reading the surface
-    double write = 0;   // encoding and writing the output
+    double decode = 0;  // both JPEG codestreams (the primary's decoding, done
+                        // inside the render call, is moved here)
+    double render = 0;  // the library's pass, without the primary's decoding
+    double write = 0;   // reading the surface, encoding and writing the output
     double total = 0;
 };
 

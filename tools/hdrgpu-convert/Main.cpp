@@ -10,6 +10,7 @@
 #include "PanelModel.h"
 #include "Renderer.h"
 #include "SampleMaker.h"
+#include "StreamingDecode.h"
 
 #ifdef HDRGPU_CONVERT_STANDINS
 #include <dlog_standin.h>
@@ -464,7 +465,14 @@ bool ReadWholeFile(const std::string& path, std::vector<uint8_t>* bytes, std::st
         *reason = std::string("cannot open: ") + std::strerror(errno);
         return false;
     }
-    bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    // One read of the size stat gave, into storage kept across the batch;
+    // then whatever a growing file still holds.
+    bytes->resize(static_cast<size_t>(st.st_size));
+    in.read(reinterpret_cast<char*>(bytes->data()), static_cast<std::streamsize>(bytes->size()));
+    bytes->resize(static_cast<size_t>(in.gcount()));
+    if (in) {
+        bytes->insert(bytes->end(), std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
     if (in.bad()) {
         *reason = "cannot read";
         return false;
@@ -506,14 +514,29 @@ double SecondsSince(std::chrono::steady_clock::time_point* mark)
     return s;
 }
 
-// Writes the rendered picture in the chosen format.
-bool WriteOutput(const std::string& output, const Options& o, const hdrconvert::RenderedPicture& rendered,
-                 hdrconvert::FileRecord* record, std::string* why)
+// Storage kept from one file of a batch to the next.
+struct BatchStorage {
+    std::vector<uint8_t> bytes;
+    hdrconvert::YuvPlanes gainMap;
+    hdrconvert::RenderedPicture rendered;  // the HDR formats' whole picture
+};
+
+// Writes the picture the renderer holds in the chosen format: the 8-bit ones
+// row by row from the surface mapping; the HDR ones need their light levels
+// before the first byte, so they take the whole picture first.
+bool WriteOutput(const std::string& output, const Options& o, hdrconvert::Renderer* renderer,
+                 BatchStorage* storage, FileResult* r, std::string* why)
 {
     if (!IsHdrFormat(o.format)) {
-        return hdrconvert::WriteImage(output, o.format, rendered.rgba.data(), rendered.width, rendered.height,
-                                      o.pngLevel, why, o.renderer.outputYuv);
+        return renderer->WriteRendered(output, o.format, o.pngLevel, &r->width, &r->height, why);
     }
+    hdrconvert::RenderedPicture& rendered = storage->rendered;
+    if (!renderer->ReadRendered(&rendered, why)) {
+        *why = "rendering failed: " + *why;
+        return false;
+    }
+    r->width = rendered.width;
+    r->height = rendered.height;
     const hdrconvert::PanelModel panel(o.panelNits);
     hdrconvert::PanelPicture picture;
     picture.rgba = rendered.rgba.data();
@@ -525,19 +548,19 @@ bool WriteOutput(const std::string& output, const Options& o, const hdrconvert::
                         ? hdrconvert::WritePqPng(output, picture, panel, o.pngLevel, &info, why)
                         : hdrconvert::WritePqAvif(output, picture, panel, &info, why);
     if (ok) {
-        record->hasLightLevels = true;
-        record->lightLevels = info.levels;
+        r->record.hasLightLevels = true;
+        r->record.lightLevels = info.levels;
     }
     return ok;
 }
 
 FileResult ConvertOne(const std::string& input, const std::string& output, const Options& o,
-                      hdrconvert::Renderer* renderer)
+                      hdrconvert::Renderer* renderer, BatchStorage* storage)
 {
     FileResult r;
     hdrconvert::FileRecord& rec = r.record;
     auto mark = std::chrono::steady_clock::now();
-    std::vector<uint8_t> bytes;
+    std::vector<uint8_t>& bytes = storage->bytes;
     const bool read = ReadWholeFile(input, &bytes, &r.reason);
     rec.times.read = SecondsSince(&mark);
     if (!read) {
@@ -568,39 +591,54 @@ FileResult ConvertOne(const std::string& input, const std::string& output, const
         r.reason = "base rendition is HDR (unsupported)";
         return r;
     }
-    hdrconvert::YuvPlanes primary;
-    hdrconvert::YuvPlanes gainMap;
+    // The primary is decoded by the renderer, where the library reads it
+    // (no full-size planes here); a fault of it is still the first reported.
+    const uint8_t* primaryJpeg = bytes.data() + parsed.primaryOffset;
+    hdrconvert::EncodedPicture picture;
+    picture.primaryJpeg = primaryJpeg;
+    picture.primarySize = parsed.primarySize;
     std::string why;
-    if (!hdrconvert::DecodeJpegPlanes(bytes.data() + parsed.primaryOffset, parsed.primarySize, &primary, &why)) {
+    if (!hdrconvert::ReadJpegHeader(primaryJpeg, parsed.primarySize, &picture.primaryWidth, &picture.primaryHeight,
+                                    &why)) {
         r.reason = "primary image: " + why;
         rec.times.decode = SecondsSince(&mark);
         return r;
     }
-    rec.primaryWidth = primary.width;
-    rec.primaryHeight = primary.height;
-    if (!hdrconvert::DecodeJpegPlanes(bytes.data() + parsed.gainMapOffset, parsed.gainMapSize, &gainMap, &why)) {
-        r.reason = "gain map: " + why;
+    hdrconvert::YuvPlanes& gainMap = storage->gainMap;
+    if (!hdrconvert::DecodeJpegPlanesReusing(bytes.data() + parsed.gainMapOffset, parsed.gainMapSize, &gainMap,
+                                             &why)) {
+        std::string primaryWhy;
+        const bool primaryOk = hdrconvert::JpegDecodes(primaryJpeg, parsed.primarySize, &primaryWhy);
+        r.reason = primaryOk ? "gain map: " + why : "primary image: " + primaryWhy;
+        if (primaryOk) {
+            rec.primaryWidth = picture.primaryWidth;
+            rec.primaryHeight = picture.primaryHeight;
+        }
         rec.times.decode = SecondsSince(&mark);
         return r;
     }
     rec.gainMapWidth = gainMap.width;
     rec.gainMapHeight = gainMap.height;
+    // The primary is decoded inside the render stage; its time is moved to
+    // the decode stage below.
     rec.times.decode = SecondsSince(&mark);
-    hdrconvert::Picture picture;
-    picture.primary = &primary;
     picture.gainMap = &gainMap;
     picture.metadata = parsed.metadata;
     picture.orientation = hdrconvert::NormalizeOrientation(parsed.orientation);
     picture.outputWidth = o.width;
     picture.outputHeight = o.height;
-    hdrconvert::RenderedPicture rendered;
-    const bool renderedOk = renderer->Render(picture, &rendered, &why);
-    rec.times.render = SecondsSince(&mark);
+    bool primaryFailed = false;
+    const bool renderedOk = renderer->RenderEncoded(picture, &primaryFailed, &why);
+    const double primarySeconds = renderer->PrimaryDecodeSeconds();
+    rec.times.render = SecondsSince(&mark) - primarySeconds;
+    rec.times.decode += primarySeconds;
     if (!renderedOk) {
-        r.reason = "rendering failed: " + why;
+        r.reason = (primaryFailed ? "primary image: " : "rendering failed: ") + why;
         return r;
     }
-    const bool written = WriteOutput(output, o, rendered, &rec, &why);
+    rec.primaryWidth = picture.primaryWidth;
+    rec.primaryHeight = picture.primaryHeight;
+    const bool written = WriteOutput(output, o, renderer, storage, &r, &why);
     rec.times.write = SecondsSince(&mark);
     if (!written) {
         r.reason = why;
@@ -608,8 +646,6 @@ FileResult ConvertOne(const std::string& input, const std::string& output, const
     }
     r.ok = true;
     r.output = output;
-    r.width = rendered.width;
-    r.height = rendered.height;
     r.orientation = picture.orientation;
     std::error_code ec;
     const auto size = std::filesystem::file_size(output, ec);
@@ -680,6 +716,7 @@ int main(int argc, char** argv)
     double megapixels = 0;
     std::map<std::string, int> usedNames;
     std::vector<hdrconvert::FileRecord> records;
+    BatchStorage storage;
     for (size_t i = 0; i < o.inputs.size(); ++i) {
         const std::string& input = o.inputs[i];
         ShowProgress(i, o.inputs.size(), input);
@@ -688,7 +725,7 @@ int main(int argc, char** argv)
         if (renderer.Broken()) {
             r.reason = "the renderer is no longer available";
         } else {
-            r = ConvertOne(input, OutputPath(o.outputDir, input, o.format, &usedNames), o, &renderer);
+            r = ConvertOne(input, OutputPath(o.outputDir, input, o.format, &usedNames), o, &renderer, &storage);
         }
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - fileStart).count();
         r.record.input = input;

@@ -1,6 +1,7 @@
 #include "Renderer.h"
 
 #include "Orientation.h"
+#include "SurfaceReader.h"
 
 #include <HdrGpuBackend.h>
 
@@ -44,48 +45,22 @@ std::string LibraryError(const char* call, int code)
 // stride and byte order.
 bool ReadSurface(int width, int height, RenderedPicture* out, std::string* reason)
 {
-    const int handle = GpuGenerateGetTBM();
-    if (handle == GPU_GENERATE_NO_SURFACE) {
-        *reason = "the library has no output surface";
+    SurfaceMapping mapping;
+    if (!mapping.Map(width, height, reason)) {
         return false;
     }
-    tbm_surface_h surface = reinterpret_cast<tbm_surface_h>(static_cast<intptr_t>(handle));
-    tbm_surface_info_s info;
-    std::memset(&info, 0, sizeof info);
-    if (tbm_surface_map(surface, TBM_SURF_OPTION_READ, &info) != TBM_SURFACE_ERROR_NONE) {
-        *reason = "cannot map the output surface";
-        return false;
-    }
-    const uint32_t stride = info.planes[0].stride;
-    const bool rgbaBytes = info.format == TBM_FORMAT_ABGR8888;  // R, G, B, A in memory
-    if (info.width != static_cast<uint32_t>(width) || info.height != static_cast<uint32_t>(height) ||
-        info.planes[0].ptr == nullptr || stride < 4u * info.width ||
-        static_cast<uint64_t>(stride) * info.height > info.planes[0].size ||
-        (info.format != TBM_FORMAT_RGBA8888 && !rgbaBytes)) {
-        tbm_surface_unmap(surface);
-        *reason = "the output surface is " + std::to_string(info.width) + "x" + std::to_string(info.height) +
-                  ", expected " + std::to_string(width) + "x" + std::to_string(height);
-        return false;
-    }
+    OrientedRows rows(mapping.Pixels(), 1);
     out->width = width;
     out->height = height;
     out->rgba.resize(static_cast<size_t>(width) * static_cast<size_t>(height) * 4);
+    const size_t rowBytes = static_cast<size_t>(width) * 4;
     for (int y = 0; y < height; ++y) {
-        const unsigned char* row = info.planes[0].ptr + static_cast<size_t>(y) * stride;
-        uint8_t* dst = out->rgba.data() + static_cast<size_t>(y) * static_cast<size_t>(width) * 4;
-        if (rgbaBytes) {
-            std::memcpy(dst, row, static_cast<size_t>(width) * 4);
-            continue;
-        }
-        for (int x = 0; x < width; ++x) {
-            const unsigned char* px = row + 4 * x;  // A, B, G, R
-            dst[4 * x] = px[3];
-            dst[4 * x + 1] = px[2];
-            dst[4 * x + 2] = px[1];
-            dst[4 * x + 3] = px[0];
+        uint8_t* dst = out->rgba.data() + static_cast<size_t>(y) * rowBytes;
+        const uint8_t* row = rows.Row(y, dst);
+        if (row != dst) {
+            std::memcpy(dst, row, rowBytes);
         }
     }
-    tbm_surface_unmap(surface);
     return true;
 }
 
@@ -279,10 +254,12 @@ void Renderer::Stop()
     displayInitialised_ = false;
     display_ = nullptr;
     mapped_ = nullptr;
+    rendered_ = false;
 }
 
 bool Renderer::Render(const Picture& picture, RenderedPicture* out, std::string* reason)
 {
+    rendered_ = false;
     if (broken_ || !displayInitialised_) {
         *reason = "the renderer is not available";
         return false;
@@ -291,18 +268,8 @@ bool Renderer::Render(const Picture& picture, RenderedPicture* out, std::string*
         *reason = "no decoded planes";
         return false;
     }
-    const GainMapMetadata& md = picture.metadata;
-    if (!(md.hdrCapacityMax > md.hdrCapacityMin) || !std::isfinite(md.hdrCapacityMax) ||
-        !std::isfinite(md.hdrCapacityMin)) {
-        *reason = "HDRCapacityMax is not above HDRCapacityMin";
+    if (!CheckMetadata(picture.metadata, reason)) {
         return false;
-    }
-    for (int c = 0; c < 3; ++c) {
-        if (!(md.gamma[c] > 0) || !std::isfinite(md.gamma[c]) || !std::isfinite(md.gainMapMin[c]) ||
-            !std::isfinite(md.gainMapMax[c]) || !std::isfinite(md.offsetSdr[c]) || !std::isfinite(md.offsetHdr[c])) {
-            *reason = "gain map metadata out of range";
-            return false;
-        }
     }
     int outW = picture.outputWidth;
     int outH = picture.outputHeight;
@@ -315,28 +282,74 @@ bool Renderer::Render(const Picture& picture, RenderedPicture* out, std::string*
     return RenderDirect(picture, outW, outH, out, reason);
 }
 
-bool Renderer::Stream(const Picture& picture, std::string* reason)
+bool Renderer::CheckMetadata(const GainMapMetadata& md, std::string* reason) const
 {
-    const YuvPlanes* sources[2] = {picture.primary, picture.gainMap};
+    if (!(md.hdrCapacityMax > md.hdrCapacityMin) || !std::isfinite(md.hdrCapacityMax) ||
+        !std::isfinite(md.hdrCapacityMin)) {
+        *reason = "HDRCapacityMax is not above HDRCapacityMin";
+        return false;
+    }
+    for (int c = 0; c < 3; ++c) {
+        if (!(md.gamma[c] > 0) || !std::isfinite(md.gamma[c]) || !std::isfinite(md.gainMapMin[c]) ||
+            !std::isfinite(md.gainMapMax[c]) || !std::isfinite(md.offsetSdr[c]) || !std::isfinite(md.offsetHdr[c])) {
+            *reason = "gain map metadata out of range";
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Renderer::DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill& fill, std::string* reason)
+{
+    // A picture whose plane sizes differ from those the buffers were mapped
+    // for has its metadata set first: that intake re-defines the textures and
+    // maps buffers of the new sizes.
+    if (mapped_ == nullptr || std::memcmp(sizes, mappedSizes_, sizeof mappedSizes_) != 0) {
+        mapped_ = GpuGenerateHdrSetHdrInfo(info);
+        if (mapped_ == nullptr) {
+            *reason = "GpuGenerateHdrSetHdrInfo failed";
+            return false;
+        }
+        std::memcpy(mappedSizes_, sizes, sizeof mappedSizes_);
+    }
     for (int plane = 0; plane < 6; ++plane) {
-        const YuvPlanes& p = *sources[plane / 3];
-        const std::vector<uint8_t>& bytes = plane % 3 == 0 ? p.y : plane % 3 == 1 ? p.u : p.v;
-        if (mapped_ == nullptr || mapped_[plane] == nullptr) {
+        if (mapped_[plane] == nullptr) {
             *reason = "the library mapped no upload buffer for plane " + std::to_string(plane);
+            mapped_ = nullptr;  // start the next picture with a fresh intake
             return false;
         }
         int index = plane;
         if (GpuGenerateHdrUpdateDataBegin(index) == 0) {
             *reason = "GpuGenerateHdrUpdateDataBegin failed for plane " + std::to_string(plane);
+            mapped_ = nullptr;
             return false;
         }
-        std::memcpy(mapped_[plane], bytes.data(), bytes.size());
-        int width = p.width;
-        int height = p.height;
+        const bool filled = fill(plane, mapped_, reason);
+        int width = sizes[plane < 3 ? 0 : 2];
+        int height = sizes[plane < 3 ? 1 : 3];
+        // The End also when the fill failed: it releases the context.
         if (GpuGenerateHdrUpdateDataEnd(width, height) == 0) {
-            *reason = "GpuGenerateHdrUpdateDataEnd failed for plane " + std::to_string(plane);
+            if (filled) {
+                *reason = "GpuGenerateHdrUpdateDataEnd failed for plane " + std::to_string(plane);
+            }
+            mapped_ = nullptr;
             return false;
         }
+        if (!filled) {
+            mapped_ = nullptr;
+            return false;
+        }
+    }
+    // Keeps the streamed planes and maps the buffers for the next picture.
+    mapped_ = GpuGenerateHdrSetHdrInfo(info);
+    if (mapped_ == nullptr) {
+        *reason = "GpuGenerateHdrSetHdrInfo failed";
+        return false;
+    }
+    const int result = GpuGenerateHdr();
+    if (result != GPU_GENERATE_SUCCESS) {
+        *reason = LibraryError("GpuGenerateHdr", result);
+        return false;
     }
     return true;
 }
@@ -348,42 +361,28 @@ bool Renderer::RenderStreaming(const Picture& picture, int outW, int outH, Rende
     DescribePicture(picture, outW, outH, true, &info);
     const int sizes[4] = {picture.primary->width, picture.primary->height, picture.gainMap->width,
                           picture.gainMap->height};
-    // A picture whose plane sizes differ from those the buffers were mapped
-    // for has its metadata set first: that intake re-defines the textures and
-    // maps buffers of the new sizes.
-    if (mapped_ == nullptr || std::memcmp(sizes, mappedSizes_, sizeof sizes) != 0) {
-        mapped_ = GpuGenerateHdrSetHdrInfo(&info);
-        if (mapped_ == nullptr) {
-            *reason = "GpuGenerateHdrSetHdrInfo failed";
-            return false;
-        }
-        std::memcpy(mappedSizes_, sizes, sizeof sizes);
-    }
-    if (!Stream(picture, reason)) {
-        mapped_ = nullptr;  // start the next picture with a fresh intake
-        return false;
-    }
-    // Keeps the streamed planes and maps the buffers for the next picture.
-    mapped_ = GpuGenerateHdrSetHdrInfo(&info);
-    if (mapped_ == nullptr) {
-        *reason = "GpuGenerateHdrSetHdrInfo failed";
-        return false;
-    }
-    const int result = GpuGenerateHdr();
-    if (result != GPU_GENERATE_SUCCESS) {
-        *reason = LibraryError("GpuGenerateHdr", result);
+    const YuvPlanes* sources[2] = {picture.primary, picture.gainMap};
+    const PlaneFill copy = [&sources](int plane, uint8_t* const* mapped, std::string*) {
+        const YuvPlanes& p = *sources[plane / 3];
+        const std::vector<uint8_t>& bytes = plane % 3 == 0 ? p.y : plane % 3 == 1 ? p.u : p.v;
+        std::memcpy(mapped[plane], bytes.data(), bytes.size());
+        return true;
+    };
+    if (!DrawStreaming(&info, sizes, copy, reason)) {
         return false;
     }
     return ReadSurface(outW, outH, out, reason);
 }
 
-bool Renderer::RenderDirect(const Picture& picture, int outW, int outH, RenderedPicture* out,
-                            std::string* reason)
+bool Renderer::DrawDirect(const Picture& picture, int outW, int outH, int* surfaceWidth, int* surfaceHeight,
+                          std::string* reason)
 {
     // Rendered at the stored orientation, turned on the CPU afterwards.
     const bool swap = OrientationSwapsSize(picture.orientation);
     const int surfaceW = swap ? outH : outW;
     const int surfaceH = swap ? outW : outH;
+    *surfaceWidth = surfaceW;
+    *surfaceHeight = surfaceH;
     if (!libraryInitialised_ || surfaceW != surfaceWidth_ || surfaceH != surfaceHeight_) {
         if (libraryInitialised_) {
             GpuGenerateHdrDestroy();
@@ -402,6 +401,17 @@ bool Renderer::RenderDirect(const Picture& picture, int outW, int outH, Rendered
     const int result = GpuGenerateHdr();
     if (result != GPU_GENERATE_SUCCESS) {
         *reason = LibraryError("GpuGenerateHdr", result);
+        return false;
+    }
+    return true;
+}
+
+bool Renderer::RenderDirect(const Picture& picture, int outW, int outH, RenderedPicture* out,
+                            std::string* reason)
+{
+    int surfaceW = 0;
+    int surfaceH = 0;
+    if (!DrawDirect(picture, outW, outH, &surfaceW, &surfaceH, reason)) {
         return false;
     }
     RenderedPicture stored;

@@ -11,7 +11,10 @@
 //   from the previous picture's (that intake re-defines the textures), then
 //   the planes, then the metadata (which keeps the streamed planes and maps
 //   the buffers for the next picture), then the draw. The library rotates and
-//   mirrors the output for the picture's EXIF orientation.
+//   mirrors the output for the picture's EXIF orientation. RenderEncoded
+//   decodes the primary into the three main-image buffers while plane 0 is
+//   open: the first Begin of a cycle waits on the one upload fence that
+//   covers all six buffers, and each stays mapped until its own End.
 // * Direct mode: planes go in with the metadata. The library's output surface
 //   has the size given at initialisation and is never rotated, so the picture
 //   is rendered at its stored orientation and turned on the CPU afterwards;
@@ -23,9 +26,12 @@
 #define HDRGPU_CONVERT_RENDERER_H
 
 #include "GainMapJpeg.h"
+#include "ImageOutput.h"
 #include "JpegPlanes.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -77,6 +83,22 @@ struct RenderedPicture {
     std::vector<uint8_t> rgba;
 };
 
+// A picture whose primary image is still a JPEG codestream. The renderer
+// decodes it where the library reads it: in streaming mode straight into the
+// library's mapped upload buffers (no full-size planes of its own), in direct
+// mode into planes whose storage it keeps from one picture to the next.
+struct EncodedPicture {
+    const uint8_t* primaryJpeg = nullptr;
+    size_t primarySize = 0;
+    int primaryWidth = 0;  // as its header gives it (ReadJpegHeader)
+    int primaryHeight = 0;
+    const YuvPlanes* gainMap = nullptr;
+    GainMapMetadata metadata;
+    int orientation = 1;   // EXIF 1..8
+    int outputWidth = 0;   // the displayed size; 0 x 0: the oriented primary's size
+    int outputHeight = 0;
+};
+
 // The system-information keys the options set.
 constexpr int kSystemInfoKeyPhotoHdr = 1301;
 constexpr int kSystemInfoKeyPeakWhite = 1302;
@@ -96,6 +118,28 @@ public:
     // the renderer can still take pictures.
     bool Render(const Picture& picture, RenderedPicture* out, std::string* reason);
 
+    // Decodes the primary image and renders the picture, which then stays in
+    // the library's output surface for WriteRendered. False with a reason;
+    // *primaryFailed is then true when the reason is the primary image's
+    // (it cannot be decoded), which goes before any other.
+    bool RenderEncoded(const EncodedPicture& picture, bool* primaryFailed, std::string* reason);
+
+    // Writes the picture RenderEncoded left in the surface to path, read row
+    // by row from the surface's mapping (turned on the CPU in direct mode).
+    // Its displayed size goes to *width x *height. False with a reason (one
+    // about the surface starts "rendering failed: ").
+    bool WriteRendered(const std::string& path, OutputFormat format, int pngLevel, int* width, int* height,
+                       std::string* reason);
+
+    // The picture RenderEncoded left in the surface as a whole (turned on the
+    // CPU in direct mode), for the writers that need all of it before the
+    // first byte (the HDR formats' light levels). False with a reason.
+    bool ReadRendered(RenderedPicture* out, std::string* reason);
+
+    // Seconds the last RenderEncoded spent decoding the primary image (0 when
+    // it did not get that far).
+    double PrimaryDecodeSeconds() const { return primaryDecodeSeconds_; }
+
     // Releases the library and the display.
     void Stop();
 
@@ -108,7 +152,13 @@ private:
     bool Init(int surfaceWidth, int surfaceHeight, bool streaming, std::string* reason);
     bool RenderStreaming(const Picture& picture, int outW, int outH, RenderedPicture* out, std::string* reason);
     bool RenderDirect(const Picture& picture, int outW, int outH, RenderedPicture* out, std::string* reason);
-    bool Stream(const Picture& picture, std::string* reason);
+    // Writes what goes into the upload buffers while plane `plane` is open
+    // (between its Begin and End); every buffer is mapped and the upload
+    // fence has been waited on once the first Begin of a cycle returns.
+    using PlaneFill = std::function<bool(int plane, uint8_t* const* mapped, std::string* reason)>;
+    bool CheckMetadata(const GainMapMetadata& md, std::string* reason) const;
+    bool DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill& fill, std::string* reason);
+    bool DrawDirect(const Picture& picture, int outW, int outH, int* surfaceW, int* surfaceH, std::string* reason);
 
     RendererOptions options_;
     void* display_ = nullptr;  // EGLDisplay
@@ -123,6 +173,15 @@ private:
     // sizes they were made for (main width, height, gain-map width, height).
     uint8_t** mapped_ = nullptr;
     int mappedSizes_[4] = {0, 0, 0, 0};
+    // Direct mode: the primary's planes, their storage kept across pictures.
+    YuvPlanes directPrimary_;
+    // The picture RenderEncoded left in the surface: the surface's size and
+    // the orientation still to apply (1 when the library turned it).
+    bool rendered_ = false;
+    int renderedWidth_ = 0;
+    int renderedHeight_ = 0;
+    int renderedOrientation_ = 1;
+    double primaryDecodeSeconds_ = 0;
 };
 
 // The library's record for a picture (sizes, planes, metadata in log2 units,

@@ -172,6 +172,18 @@ TEST(ConvertHdrOutput, EightBitPngCarriesAnSrgbChunk)
     EXPECT_EQ(png.srgbIntent, PNG_sRGB_INTENT_PERCEPTUAL);
 }
 
+// The direct mode writes the rows it turns on the CPU through the same writer.
+TEST(ConvertHdrOutput, EightBitPngOfTheDirectModeCarriesAnSrgbChunk)
+{
+    const std::string dir = converttest::FreshDirectory("hdr-srgb-direct");
+    const std::string sample = Sample(dir);
+    ASSERT_EQ(RunConverter({"--direct", sample, "-o", dir + "/png"}).exitCode, 0);
+    PngFile png;
+    ASSERT_TRUE(ReadPngFile(dir + "/png/pic.png", &png));
+    EXPECT_TRUE(png.hasSrgb);
+    EXPECT_EQ(png.srgbIntent, PNG_sRGB_INTENT_PERCEPTUAL);
+}
+
 TEST(ConvertHdrOutput, YuvPngCarriesNoColourChunk)
 {
     const std::string dir = converttest::FreshDirectory("hdr-yuv-png");

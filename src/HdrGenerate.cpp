@@ -10,16 +10,13 @@
 #include "HdrGenerate.h"
 
 #include "HdrCommon.h"
+#include "HdrGenerateConstants.h"
 #include "HdrContext.h"
 #include "HdrFullScreenQuad.h"
 #include "HdrGenerateShaders.h"
 #include "HdrGenerateTransferFunction.h"
 #include "HdrRender.h"
 #include "TSShaderManager.h"
-
-#include <glm/gtc/matrix_transform.hpp>
-#include <glm/gtc/type_ptr.hpp>
-#include <glm/mat4x4.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -641,129 +638,51 @@ int HdrGenerate::UpdateUniform()
 {
     HDR_LOG("HdrGenerate::UpdateUniform start");
     const HdrFactorySettings::Parameter& p = factoryParameter;
-    constexpr float ln2 = 0.6931472f;
-
-    // Maximum display boost, blended by the picture's level between the two
-    // thresholds; a linear ratio.
-    const float mdb_v1_float = static_cast<float>(p.MDB_V1) * 0.0078125f;
-    const float mdb_v2_float = static_cast<float>(p.MDB_V2) * 0.0078125f;
-    float mdb;
-    if (apl < p.MDB_T1) {
-        mdb = mdb_v1_float;
-    } else if (apl > p.MDB_T2 || p.MDB_T1 == p.MDB_T2) {
-        mdb = mdb_v2_float;
-    } else {
-        // 32-bit differences, wrapping instead of overflowing on illegal tuning.
-        const int32_t rise = static_cast<int32_t>(static_cast<uint32_t>(apl) - static_cast<uint32_t>(p.MDB_T1));
-        const int32_t run =
-            static_cast<int32_t>(static_cast<uint32_t>(p.MDB_T2) - static_cast<uint32_t>(p.MDB_T1));
-        mdb = static_cast<float>(rise) * (mdb_v2_float - mdb_v1_float) / static_cast<float>(run) + mdb_v1_float;
-    }
+    const GainMapConstants k = ComputeGainMapConstants(hdrInfo, p, apl, outputYUV);
     HDR_LOG("Calculate MDB = %.4f, APL = %d,  mdb_t1 = %d, mdb_t2 = %d, mdb_v1_float = %.2f, mdb_v2_float = %.2f",
-            mdb, apl, p.MDB_T1, p.MDB_T2, mdb_v1_float, mdb_v2_float);
+            k.mdb, apl, p.MDB_T1, p.MDB_T2, k.mdbV1, k.mdbV2);
+    HDR_LOG("logRatioMin = %.4f, %.4f, %.4f, %.4f", k.logRatioMin[0], k.logRatioMin[1], k.logRatioMin[2],
+            k.logRatioMin[3]);
+    HDR_LOG("logRatioMax = %.4f, %.4f, %.4f, %.4f", k.logRatioMax[0], k.logRatioMax[1], k.logRatioMax[2],
+            k.logRatioMax[3]);
+    HDR_LOG("gainmapGamma = %.4f, %.4f, %.4f, %.4f", k.gainmapGamma[0], k.gainmapGamma[1], k.gainmapGamma[2],
+            k.gainmapGamma[3]);
+    HDR_LOG("epsilonSdr = %.4f, %.4f, %.4f, %.4f", k.epsilonSdr[0], k.epsilonSdr[1], k.epsilonSdr[2],
+            k.epsilonSdr[3]);
+    HDR_LOG("epsilonHdr = %.4f, %.4f, %.4f, %.4f", k.epsilonHdr[0], k.epsilonHdr[1], k.epsilonHdr[2],
+            k.epsilonHdr[3]);
 
-    // The log2 metadata in natural logarithms, through the linear ratio.
-    float logRatioMin[4];
-    float logRatioMax[4];
-    float gainmapGamma[4];
-    float epsilonSdr[4];
-    float epsilonHdr[4];
-    const float gammaMul = static_cast<float>(p.GAMMA_MUL);
-    for (int c = 0; c < 3; ++c) {
-        logRatioMin[c] = std::log(std::exp(ln2 * hdrInfo.gainMapMin[c]));
-        logRatioMax[c] = std::log(std::exp(ln2 * hdrInfo.gainMapMax[c]));
-        gainmapGamma[c] = 1.0f / (hdrInfo.gamma[c] * gammaMul * 0.0078125f);
-    }
-    logRatioMin[3] = 1.0f;
-    logRatioMax[3] = 1.0f;
-    gainmapGamma[3] = 1.0f;
-    std::memcpy(epsilonSdr, hdrInfo.offsetSdr, sizeof epsilonSdr);
-    std::memcpy(epsilonHdr, hdrInfo.offsetHdr, sizeof epsilonHdr);
-    const int noGamma = gainmapGamma[0] == 1.0f && gainmapGamma[1] == 1.0f && gainmapGamma[2] == 1.0f ? 1 : 0;
-
-    HDR_LOG("logRatioMin = %.4f, %.4f, %.4f, %.4f", logRatioMin[0], logRatioMin[1], logRatioMin[2],
-            logRatioMin[3]);
-    HDR_LOG("logRatioMax = %.4f, %.4f, %.4f, %.4f", logRatioMax[0], logRatioMax[1], logRatioMax[2],
-            logRatioMax[3]);
-    HDR_LOG("gainmapGamma = %.4f, %.4f, %.4f, %.4f", gainmapGamma[0], gainmapGamma[1], gainmapGamma[2],
-            gainmapGamma[3]);
-    HDR_LOG("epsilonSdr = %.4f, %.4f, %.4f, %.4f", epsilonSdr[0], epsilonSdr[1], epsilonSdr[2], epsilonSdr[3]);
-    HDR_LOG("epsilonHdr = %.4f, %.4f, %.4f, %.4f", epsilonHdr[0], epsilonHdr[1], epsilonHdr[2], epsilonHdr[3]);
-
-    glUniform4fv(uniformLocations["logRatioMin"], 1, logRatioMin);
-    glUniform4fv(uniformLocations["logRatioMax"], 1, logRatioMax);
-    glUniform4fv(uniformLocations["gainmapGamma"], 1, gainmapGamma);
-    glUniform4fv(uniformLocations["epsilonSdr"], 1, epsilonSdr);
-    glUniform4fv(uniformLocations["epsilonHdr"], 1, epsilonHdr);
-    glUniform1i(uniformLocations["noGamma"], noGamma);
-
-    // The weight of the gain: 0 shows the SDR rendition, 1 the full HDR one.
-    const float capMinLin = std::exp(ln2 * hdrInfo.hdrCapacityMin);
-    const float capMaxLin = std::exp(ln2 * hdrInfo.hdrCapacityMax);
-    const float boost = std::min(std::exp2(hdrInfo.hdrCapacityMax), mdb);
-    float weight = (std::log(boost) - std::log(capMinLin)) / (std::log(capMaxLin) - std::log(capMinLin));
-    if (weight > 1.0f) {
-        weight = 1.0f;
-    } else if (weight < 0.0f) {
-        weight = 0.0f;
-    }
-    glUniform1f(uniformLocations["W"], weight);
+    glUniform4fv(uniformLocations["logRatioMin"], 1, k.logRatioMin);
+    glUniform4fv(uniformLocations["logRatioMax"], 1, k.logRatioMax);
+    glUniform4fv(uniformLocations["gainmapGamma"], 1, k.gainmapGamma);
+    glUniform4fv(uniformLocations["epsilonSdr"], 1, k.epsilonSdr);
+    glUniform4fv(uniformLocations["epsilonHdr"], 1, k.epsilonHdr);
+    glUniform1i(uniformLocations["noGamma"], k.noGamma);
+    glUniform1f(uniformLocations["W"], k.weight);
 
     HDR_ASSERT(hdrInfo.gamut == hdr_color_gamut::HDR_COLORGAMUT_BT709 || hdrInfo.gamut == hdr_color_gamut::HDR_COLORGAMUT_P3 || hdrInfo.gamut == hdr_color_gamut::HDR_COLORGAMUT_BT2100, GPU_GENERATE_ERROR_BAD_INPUT);
     HDR_ASSERT(hdrInfo.trfn == hdr_transfer_function::HDR_TF_LINEAR || hdrInfo.trfn == hdr_transfer_function::HDR_TF_HLG || hdrInfo.trfn == hdr_transfer_function::HDR_TF_PQ || hdrInfo.trfn == hdr_transfer_function::HDR_TF_SRGB, GPU_GENERATE_ERROR_BAD_INPUT);
 
-    // Every accepted gamut renders unconverted.
-    const float identity3[9] = {1.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 1.0f};
-    glUniformMatrix3fv(uniformLocations["outputGamutTransform"], 1, GL_FALSE, identity3);
-
-    // The output curve: the inverse of sRGB scaled to the display boost
-    // (scaling the output by K multiplies a and b by K^(1/2.4), c, e, f by K).
-    const float boostRoot = std::pow(boost, 0.41666666f);
-    const float scaledSrgb[7] = {2.4f,     boostRoot * 0.94786733f, boostRoot * 0.052132703f, 0.07739938f * boost,
-                                 0.04045f, 0.0f * boost,            0.0f * boost};
-    float trfnInv[7];
-    if (!skcms_TransferFunction_invert(scaledSrgb, trfnInv)) {
-        const float inverseSrgb[7] = {0.41666666f, 1.1372833f, -0.0f, 12.92f, 0.0031308f, -0.054969788f, -0.0f};
-        std::memcpy(trfnInv, inverseSrgb, sizeof trfnInv);
+    glUniformMatrix3fv(uniformLocations["outputGamutTransform"], 1, GL_FALSE, k.outputGamutTransform);
+    if (k.outputCurveInversion != CurveInversion::kInverted) {
+        // Repeated through the checked inversion for its diagnostics only.
+        float unused[7];
+        skcms_TransferFunction_invert(k.outputCurve, unused);
     }
-    glUniform1fv(uniformLocations["trfn_inv"], 7, trfnInv);
-
-    const float curvePoint[3] = {static_cast<float>(p.GAIN_CURVE_P0) * 0.0009765625f,
-                                 static_cast<float>(p.GAIN_CURVE_P1) * 0.0009765625f,
-                                 static_cast<float>(p.GAIN_CURVE_P2) * 0.0009765625f};
-    const float curveGrad[3] = {static_cast<float>(p.GAIN_CURVE_G0) * 0.001953125f,
-                                static_cast<float>(p.GAIN_CURVE_G1) * 0.001953125f,
-                                static_cast<float>(p.GAIN_CURVE_G2) * 0.001953125f};
-    glUniform3fv(uniformLocations["curve_gain_point"], 1, curvePoint);
-    glUniform3fv(uniformLocations["curve_gain_grad"], 1, curveGrad);
+    glUniform1fv(uniformLocations["trfn_inv"], 7, k.trfnInv);
+    glUniform3fv(uniformLocations["curve_gain_point"], 1, k.curveGainPoint);
+    glUniform3fv(uniformLocations["curve_gain_grad"], 1, k.curveGainGrad);
 
     HDR_LOG("outputYUV: %d", outputYUV);
-    glUniform1i(uniformLocations["bOutputYUV"], outputYUV ? 1 : 0);
-    glUniform1i(uniformLocations["inputTrfnType"], static_cast<int32_t>(hdrInfo.trfn));
+    glUniform1i(uniformLocations["bOutputYUV"], k.outputYUV);
+    glUniform1i(uniformLocations["inputTrfnType"], k.inputTrfnType);
+    glUniform1fv(uniformLocations["in_trfn"], 7, k.inTrfn);
 
-    // The input curve; a negative g marks the HLG-like (-3) and PQ-like (-2)
-    // forms. Linear input is not decoded, so it sends the identity.
-    static const float kInputCurves[4][7] = {
-        {1.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f},
-        {-3.0f, 2.0f, 2.0f, 5.5918164f, 0.28466892f, 0.55991071f, 0.0f},
-        {-2.0f, -0.8359375f, 1.0f, 0.012683313f, 18.8515625f, -18.6875f, 6.2773948f},
-        {2.4f, 0.94786727f, 0.0521327f, 0.07739938f, 0.04045f, 0.0f, 0.0f},
-    };
-    glUniform1fv(uniformLocations["in_trfn"], 7, kInputCurves[static_cast<int32_t>(hdrInfo.trfn)]);
-
-    // Rotation about the screen normal, then the optional mirror, for the
-    // vertex stage's row-vector product.
-    static const float kRotationDegrees[3] = {-90.0f, -180.0f, -270.0f};
-    const float angle = hdrInfo.outputRotate >= 1 && hdrInfo.outputRotate <= 3
-                            ? kRotationDegrees[hdrInfo.outputRotate - 1]
-                            : 0.0f;
-    HDR_LOG("rotate angle: %f", angle);
-    glm::mat4 rotation = glm::rotate(glm::mat4(1.0f), angle * 0.017453292f, glm::vec3(0.0f, 0.0f, 1.0f));
-    if (hdrInfo.outputMirror) {
-        rotation = rotation * glm::rotate(glm::mat4(1.0f), 3.1415927f, glm::vec3(0.0f, 1.0f, 0.0f));
+    HDR_LOG("rotate angle: %f", k.rotateDegrees);
+    if (k.mirror) {
         HDR_LOG("mirror true");
     }
-    glUniformMatrix4fv(uniformLocations["rotateMatrix"], 1, GL_FALSE, glm::value_ptr(rotation));
+    glUniformMatrix4fv(uniformLocations["rotateMatrix"], 1, GL_FALSE, k.rotateMatrix);
 
     if (!GL_error_check()) {
         HDR_LOG("%d ERROR: GL_error\n", __LINE__);

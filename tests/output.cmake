@@ -7,7 +7,7 @@ hdrgpu_add_test(gain_map_program_tests INTERNAL SOURCES GainMapProgramTest.cpp)
 # front end (ES 3.00, as their #version line says). Any error fails the test.
 find_program(HDRGPU_GLSLANG_VALIDATOR glslangValidator REQUIRED)
 add_executable(dump_gain_map_shaders tools/DumpGainMapShaders.cpp)
-target_include_directories(dump_gain_map_shaders PRIVATE ${PROJECT_SOURCE_DIR}/src)
+target_link_libraries(dump_gain_map_shaders PRIVATE hdrgpu_internal)
 target_link_libraries(dump_gain_map_shaders PRIVATE hdrgpubackend)
 set(HDRGPU_SHADER_DUMP_DIR ${CMAKE_CURRENT_BINARY_DIR}/gainmap-shaders)
 add_test(NAME GainMapShaders.PassGlslangValidator

@@ -100,8 +100,12 @@ enum GpuGenerateResult : int32_t {
 // initialised the library.
 
 // Creates the calling thread's EGL context on option.eglDisplay and the
-// engine. 0 on success; 1 if this thread is already initialised; 2 no display;
-// 4 context refused; 5/6 first bind/unbind failed; 7, 8, 9, 11 engine set-up.
+// engine. 0 on success; 1 if this thread is already initialised; from the
+// context registry's own set-up: 2 no display, 4 context refused, 5/6 its
+// bind/unbind failed, 11 its draw pass failed (all torn down again); 5 if the
+// bind around the engine's set-up failed; 6 if the engine's set-up failed
+// (it is torn down while bound, so the final unbind finds no context) or
+// that unbind failed.
 int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option);
 
 // Stores the metadata (a gamut or trfn of -1 is replaced in the caller's
@@ -118,9 +122,13 @@ int GpuGenerateHdrUpdateDataBegin(int& plane);
 int GpuGenerateHdrUpdateDataEnd(int& width, int& height);
 
 // Draws with the metadata of the last successful GpuGenerateHdrSetHdrInfo;
-// one draw per successful SetHdrInfo.
+// one draw per successful SetHdrInfo. 0 on success; 12 not initialised or no
+// successful SetHdrInfo since the last draw; 3 bind or unbind failed; from
+// the draw: 9 no program, 13 gamut or trfn out of range, 11 GL error.
 int GpuGenerateHdr();
 // One shot: stores the metadata, uploads and draws (no defaults applied).
+// 13 for a null record; otherwise as above except 12 only when not
+// initialised. A failed store or upload is not reported: the draw goes on.
 int GpuGenerateHdr(HdrInfo* hdrInfo);
 
 // The output tbm surface handle, narrowed to 32 bits, once a draw has

@@ -22,6 +22,13 @@ constexpr const char* HdrSourceBaseName(const char* path)
     return base;
 }
 
+// The file name every log line carries. A class whose sources are split by
+// job keeps the one name its hosts filter on: such a file defines
+// HDR_LOG_FILE before any include.
+#ifndef HDR_LOG_FILE
+#define HDR_LOG_FILE HdrSourceBaseName(__FILE__)
+#endif
+
 // One message, two copies: the platform log (main buffer, error priority,
 // tag "TSS", prefixed with file, function and line) and standard output
 // (the message alone, then a separately printed line break). The arguments
@@ -29,7 +36,7 @@ constexpr const char* HdrSourceBaseName(const char* path)
 #define HDR_LOG(fmt, ...)                                                                       \
     do {                                                                                        \
         __dlog_print(LOG_ID_MAIN, DLOG_ERROR, HDR_LOG_TAG, "%s: %s(%d) > " fmt,                 \
-                     HdrSourceBaseName(__FILE__), __func__, __LINE__, ##__VA_ARGS__);           \
+                     HDR_LOG_FILE, __func__, __LINE__, ##__VA_ARGS__);                          \
         printf(fmt, ##__VA_ARGS__);                                                             \
         printf("\n");                                                                           \
     } while (0)
@@ -38,7 +45,7 @@ constexpr const char* HdrSourceBaseName(const char* path)
 #define HDR_SECURE_LOG(fmt, ...)                                                                \
     do {                                                                                        \
         __dlog_print(LOG_ID_SYSTEM, DLOG_ERROR, HDR_LOG_TAG, "%s: %s(%d) > " fmt,               \
-                     HdrSourceBaseName(__FILE__), __func__, __LINE__, ##__VA_ARGS__);           \
+                     HDR_LOG_FILE, __func__, __LINE__, ##__VA_ARGS__);                          \
     } while (0)
 
 // A failed check is logged and makes the enclosing function return

@@ -1,33 +1,30 @@
 // The generation engine: its construction, initialisation and teardown, the
-// gain-map program's registration, the input upload (direct and streaming)
-// and the output target.
+// gain-map program's registration, the factory tuning and the draw with its
+// constants. The input upload, the metadata intake and the output target
+// are in the HdrGenerate*.cpp files of those names; all of them log under
+// this file's name.
 //
 // Texture units: plane i is always sampled from unit GL_TEXTURE0 + i, and
 // Draw binds no texture. Every upload therefore binds a plane's texture on
 // that plane's own unit and leaves it there; the output texture is handled
-// on a unit of its own (kOutputTextureUnit), so that nothing done between
+// on a unit of its own (OUTPUT_TEXTURE_UNIT), so that nothing done between
 // two draws takes a plane's texture off its unit.
 #include "HdrGenerate.h"
 
 #include "HdrCommon.h"
-#include "HdrGenerateConstants.h"
-#include "HdrContext.h"
 #include "HdrFullScreenQuad.h"
+#include "HdrGenerateConstants.h"
 #include "HdrGenerateShaders.h"
 #include "HdrGenerateTransferFunction.h"
-#include "HdrRender.h"
+#include "HdrThreadContext.h"
 #include "TSShaderManager.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <iterator>
 
 HdrGenerate* HdrGenerate::pInstance = nullptr;
 
 namespace {
-
-constexpr GLenum kOutputTextureUnit = GL_TEXTURE0 + DATA_TYPE_COUNT;
 
 // Uniform slots 0..20 of the gain-map program, in registration order.
 const char* const kUniformNames[] = {
@@ -36,21 +33,7 @@ const char* const kUniformNames[] = {
     "W", "noGamma", "outputGamutTransform", "trfn_inv", "curve_gain_point", "curve_gain_grad",
     "bOutputYUV", "inputTrfnType", "in_trfn", "rotateMatrix",
 };
-
-// w x h as the 32-bit signed product the upload works with, wrapping like
-// the hardware's arithmetic instead of overflowing.
-int32_t Product32(int32_t width, int32_t height)
-{
-    return static_cast<int32_t>(static_cast<uint32_t>(width) * static_cast<uint32_t>(height));
-}
-
-void SetSamplingParameters()
-{
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-}
+static_assert(std::size(kUniformNames) == UNIFORM_SLOT_COUNT, "one name per uniform slot");
 
 }  // namespace
 
@@ -59,8 +42,6 @@ HdrGenerate::HdrGenerate()
       isAplPending(false),
       initOption{1920, 1080, nullptr, true, false},
       hdrInfo(),
-      hasTextureStorage(false),
-      textureSizes{0, 0, 0, 0},
       shaderManager(nullptr),
       outputTexture(0),
       vertexBuffer(0),
@@ -82,7 +63,9 @@ HdrGenerate::HdrGenerate()
       isPboIdle(true),
       streamedSizes{},
       mappedBytes{},
-      currentPlane(-1)
+      currentPlane(-1),
+      hasTextureStorage(false),
+      textureSizes{0, 0, 0, 0}
 {
     const float gainMapMin[4] = {1.0f, 1.0f, 1.0f, 1.0f};
     const float gainMapMax[4] = {2.0f, 2.0f, 2.0f, 1.0f};
@@ -135,13 +118,11 @@ HdrGenerate::~HdrGenerate()
     glDeleteTextures(DATA_TYPE_COUNT, inputTextures);
     // outputTexture is left to the context, which goes right after the engine.
 
-    planeSamplers.clear();
     planeTable.clear();
 
-    HdrRender* render = HdrRender::GetInstance();
-    HdrRender::HdrContext* context = render->findContext();
-    if (context != render->ContextsEnd()) {
-        DestroyImageKHR(context->egl, eglImage);
+    EGLInfo* egl = FindThreadContext();
+    if (egl != nullptr) {
+        DestroyImageKHR(*egl, eglImage);
     }
     tbm_surface_destroy(tbmSurface);
 }
@@ -178,10 +159,10 @@ int HdrGenerate::Init()
     glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, indexBuffer);
     glBufferData(GL_ELEMENT_ARRAY_BUFFER, sizeof quadIndices, quadIndices, GL_STATIC_DRAW);
 
-    const GLuint position = static_cast<GLuint>(attribLocations["POSITION"]);
+    const GLuint position = static_cast<GLuint>(Attribute(ATTRIBUTE_POSITION));
     glVertexAttribPointer(position, 3, GL_FLOAT, GL_FALSE, 5 * sizeof(float), nullptr);
     glEnableVertexAttribArray(position);
-    const GLuint texcoord = static_cast<GLuint>(attribLocations["TEXCOORD_0"]);
+    const GLuint texcoord = static_cast<GLuint>(Attribute(ATTRIBUTE_TEXCOORD));
     glVertexAttribPointer(texcoord, 2, GL_FLOAT, GL_FALSE, 5 * sizeof(float),
                           reinterpret_cast<const void*>(3 * sizeof(float)));
     glEnableVertexAttribArray(texcoord);
@@ -199,7 +180,7 @@ int HdrGenerate::Init()
         return GPU_GENERATE_ERROR_GL;
     }
 
-    glActiveTexture(kOutputTextureUnit);
+    glActiveTexture(OUTPUT_TEXTURE_UNIT);
     glGenTextures(1, &outputTexture);
     glBindTexture(GL_TEXTURE_2D, outputTexture);
     glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
@@ -224,6 +205,18 @@ GLuint HdrGenerate::Program() const
     return shaderManager != nullptr ? shaderManager->GetProgram() : 0;
 }
 
+// A slot that was never registered (no program) answers 0, like GL's first
+// location.
+GLint HdrGenerate::Attribute(int slot) const
+{
+    return shaderManager != nullptr ? shaderManager->GetAttribute(slot) : 0;
+}
+
+GLint HdrGenerate::Uniform(int slot) const
+{
+    return shaderManager != nullptr ? shaderManager->GetUniform(slot) : 0;
+}
+
 int HdrGenerate::getHdrTBMSurface()
 {
     // Narrowed to 32 bits on purpose: that is what the public interface hands out.
@@ -242,20 +235,10 @@ bool HdrGenerate::SetupShaders()
         return false;
     }
 
-    shaderManager->AddAttribute(0, "aPosition");
-    shaderManager->AddAttribute(1, "aTexcoord");
-    const int uniformCount = static_cast<int>(std::size(kUniformNames));
-    for (int slot = 0; slot < uniformCount; ++slot) {
+    shaderManager->AddAttribute(ATTRIBUTE_POSITION, "aPosition");
+    shaderManager->AddAttribute(ATTRIBUTE_TEXCOORD, "aTexcoord");
+    for (int slot = 0; slot < UNIFORM_SLOT_COUNT; ++slot) {
         shaderManager->AddUniform(slot, kUniformNames[slot]);
-    }
-
-    attribLocations["POSITION"] = shaderManager->GetAttribute(0);
-    attribLocations["TEXCOORD_0"] = shaderManager->GetAttribute(1);
-    for (int slot = 0; slot < uniformCount; ++slot) {
-        uniformLocations[kUniformNames[slot]] = shaderManager->GetUniform(slot);
-    }
-    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
-        planeSamplers[plane] = kUniformNames[plane];
     }
     return true;
 }
@@ -271,350 +254,17 @@ int HdrGenerate::UpdateTexUniform()
     for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
         glActiveTexture(GL_TEXTURE0 + plane);
         glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
-        const std::string& sampler = planeSamplers[plane];
-        glUniform1i(uniformLocations[sampler], plane);
+        const char* sampler = kUniformNames[UNIFORM_MAIN_Y_SAMPLER + plane];
+        glUniform1i(Uniform(UNIFORM_MAIN_Y_SAMPLER + plane), plane);
         if (!GL_error_check()) {
             HDR_LOG("%d ERROR: GL_error\n", __LINE__);
             return GPU_GENERATE_ERROR_GL;
         }
-        HDR_LOG("HdrGenerate::UpdateTexUniform: %s, %d", sampler.c_str(), plane);
+        HDR_LOG("HdrGenerate::UpdateTexUniform: %s, %d", sampler, plane);
     }
     // Each plane's texture stays on its unit: Draw binds none.
     HDR_LOG("HdrGenerate::UpdateTexUniform end");
     return GPU_GENERATE_SUCCESS;
-}
-
-void HdrGenerate::InitTextures()
-{
-    HDR_LOG("HdrGenerate::InitTextures start");
-    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
-        glActiveTexture(GL_TEXTURE0 + plane);
-        glGenTextures(1, &inputTextures[plane]);
-        glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
-        if (hasTextureStorage) {
-            const int* size = plane < GAINMAP_Y ? &textureSizes[0] : &textureSizes[2];
-            glTexStorage2D(GL_TEXTURE_2D, 1, GL_R8, size[0], size[1]);
-        }
-        SetSamplingParameters();
-    }
-    HDR_LOG("HdrGenerate::InitTextures end");
-}
-
-void HdrGenerate::InitPBOTextures()
-{
-    // Logs the same lines as the direct mode's initialisation.
-    HDR_LOG("HdrGenerate::InitTextures start");
-    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
-        glGenBuffers(1, &pixelBuffers[plane]);
-        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
-        glGenTextures(1, &inputTextures[plane]);
-        glActiveTexture(GL_TEXTURE0 + plane);
-        glUniform1i(uniformLocations[planeSamplers[plane]], plane);
-        glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
-        SetSamplingParameters();
-        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
-    }
-    HDR_LOG("HdrGenerate::InitTextures end");
-}
-
-int32_t HdrGenerate::ComputeApl(const uint8_t* plane, int32_t available, int width, int height)
-{
-    int32_t count = Product32(width, height);
-    if (count > available) {
-        // Never read past what the plane holds.
-        HDR_LOG("%d ERROR: APL over %d bytes, only %d available\n", __LINE__, count, available);
-        count = available;
-    }
-    uint64_t sum = 0;
-    int32_t level = 0;
-    if (count >= 1 && plane != nullptr) {
-        for (int32_t i = 0; i < count; ++i) {
-            sum += plane[i];
-        }
-        level = static_cast<int32_t>(static_cast<int64_t>(sum) / count);
-    }
-    HDR_LOG("Calculate APL = %d, apl = %llu, w = %d, h = %d", level, static_cast<unsigned long long>(sum), width,
-            height);
-    return level;
-}
-
-int HdrGenerate::UpdateTextures()
-{
-    HDR_LOG("HdrGenerate::UpdateTextures start");
-    if (hdrInfo.nMainImageWidth < 1 || hdrInfo.nMainImageHeight < 1 || hdrInfo.nGainMapWidth < 1 ||
-        hdrInfo.nGainMapHeight < 1) {
-        HDR_LOG("%d ERROR: Input data's size is wrong\n", __LINE__);
-        return GPU_GENERATE_ERROR_BAD_INPUT;
-    }
-
-    if (initOption.usePBO) {
-        // The planes reached their textures through UpdateDataEnd; prepare
-        // the buffers for the next picture.
-        HDR_LOG("optimized !!!!!!!!!!!!!!!!!!!!!!!!\n");
-        UpdatePBOs();
-        // A buffer that could not be mapped leaves the host nowhere to write
-        // the next picture: fail the intake rather than hand out a null.
-        for (uint8_t* mapping : mappedPlanes) {
-            if (mapping == nullptr) {
-                HDR_LOG("%d ERROR: GL_error\n", __LINE__);
-                return GPU_GENERATE_ERROR_GL;
-            }
-        }
-    } else {
-        for (const uint8_t* data : {hdrInfo.mainImagePlanes[0], hdrInfo.mainImagePlanes[1],
-                                    hdrInfo.mainImagePlanes[2], hdrInfo.gainMapPlanes[0],
-                                    hdrInfo.gainMapPlanes[1], hdrInfo.gainMapPlanes[2]}) {
-            if (data == nullptr) {
-                HDR_LOG("%d ERROR: Input date is nullptr\n", __LINE__);
-                return GPU_GENERATE_ERROR_BAD_INPUT;
-            }
-        }
-        for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
-            glActiveTexture(GL_TEXTURE0 + plane);
-            glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
-            const bool isMain = plane < GAINMAP_Y;
-            DataInfo& entry = planeTable[plane];
-            entry.data = isMain ? hdrInfo.mainImagePlanes[plane] : hdrInfo.gainMapPlanes[plane - GAINMAP_Y];
-            entry.width = isMain ? hdrInfo.nMainImageWidth : hdrInfo.nGainMapWidth;
-            entry.height = isMain ? hdrInfo.nMainImageHeight : hdrInfo.nGainMapHeight;
-            if (entry.data == nullptr) {
-                HDR_LOG("%d No data\n", __LINE__);
-                return GPU_GENERATE_ERROR_BAD_INPUT;
-            }
-            if (hasTextureStorage) {
-                glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, entry.width, entry.height, GL_RED, GL_UNSIGNED_BYTE,
-                                entry.data);
-            } else {
-                glTexImage2D(GL_TEXTURE_2D, 0, GL_RED, entry.width, entry.height, 0, GL_RED, GL_UNSIGNED_BYTE,
-                             entry.data);
-            }
-            if (!GL_error_check()) {
-                HDR_LOG("%d ERROR: GL_error\n", __LINE__);
-                return GPU_GENERATE_ERROR_GL;
-            }
-        }
-        const DataInfo& luma = planeTable[MAIN_Y];
-        apl = ComputeApl(luma.data, Product32(luma.width, luma.height), luma.width, luma.height);
-    }
-    HDR_LOG("HdrGenerate::UpdateTextures end");
-    return GPU_GENERATE_SUCCESS;
-}
-
-void HdrGenerate::UpdatePBOs()
-{
-    HDR_LOG("HdrGenerate::UpdatePBOs start");
-    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
-        const bool isMain = plane < GAINMAP_Y;
-        const int32_t width = isMain ? hdrInfo.nMainImageWidth : hdrInfo.nGainMapWidth;
-        const int32_t height = isMain ? hdrInfo.nMainImageHeight : hdrInfo.nGainMapHeight;
-        const int32_t bytes = Product32(width, height);
-
-        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
-        glBufferData(GL_PIXEL_UNPACK_BUFFER, bytes, nullptr, GL_STREAM_DRAW);
-        glActiveTexture(GL_TEXTURE0 + plane);
-        glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
-        // A texture already of this size keeps what it holds: it is the
-        // picture just streamed, not yet drawn. Re-defining it from the new,
-        // undefined buffer would lose it on drivers that do not recycle
-        // buffer storage.
-        if (streamedSizes[plane][0] != width || streamedSizes[plane][1] != height) {
-            glTexImage2D(GL_TEXTURE_2D, 0, GL_RED, width, height, 0, GL_RED, GL_UNSIGNED_BYTE, nullptr);
-            streamedSizes[plane][0] = width;
-            streamedSizes[plane][1] = height;
-        }
-        mappedPlanes[plane] =
-            static_cast<uint8_t*>(glMapBufferRange(GL_PIXEL_UNPACK_BUFFER, 0, bytes, GL_MAP_WRITE_BIT));
-        mappedBytes[plane] = mappedPlanes[plane] != nullptr ? bytes : 0;
-        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
-    }
-    isAplPending = false;
-
-    HDR_LOG("HdrGenerate::UpdatePBOs glFenceSync");
-    if (!isPboIdle && uploadFence != nullptr) {
-        glDeleteSync(uploadFence);  // replaced before anyone waited on it
-    }
-    uploadFence = glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
-    if (!GL_error_check()) {
-        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
-    }
-    glFlush();
-    isPboIdle = false;
-    HDR_LOG("HdrGenerate::UpdatePBOs end");
-}
-
-int HdrGenerate::UpdatePBOsFinished()
-{
-    HDR_LOG("HdrGenerate::UpdatePBOsFinished start");
-    if (uploadFence == nullptr) {
-        return GPU_GENERATE_SUCCESS;
-    }
-    int result = GPU_GENERATE_SUCCESS;
-    switch (glClientWaitSync(uploadFence, GL_SYNC_FLUSH_COMMANDS_BIT, 1000000000ull)) {
-    case GL_WAIT_FAILED:
-        HDR_LOG("%d ERROR: UpdatePBOsFinished faild\n", __LINE__);
-        result = GPU_GENERATE_ERROR_FENCE_WAIT;
-        break;
-    case GL_TIMEOUT_EXPIRED:
-        HDR_LOG("%d ERROR: UpdatePBOsFinished timeout\n", __LINE__);
-        result = GPU_GENERATE_ERROR_FENCE_TIMEOUT;
-        break;
-    case GL_ALREADY_SIGNALED:
-    case GL_CONDITION_SATISFIED:
-        HDR_LOG("UpdatePBOsFinished success\n");
-        break;
-    default:
-        break;
-    }
-    // The handle is kept after deletion; isPboIdle guards against a second wait.
-    glDeleteSync(uploadFence);
-    if (!GL_error_check()) {
-        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
-    }
-    HDR_LOG("HdrGenerate::UpdatePBOsFinished end");
-    return result;
-}
-
-bool HdrGenerate::UpdateDataBegin(int plane)
-{
-    if (plane < 0 || plane >= DATA_TYPE_COUNT) {
-        HDR_LOG("%d ERROR: no such plane: %d\n", __LINE__, plane);
-        return false;
-    }
-    const GLuint program = Program();
-    if (program == 0) {
-        return false;
-    }
-    if (!HdrRender::GetInstance()->Bind()) {
-        HDR_LOG("%d ERROR: no context\n", __LINE__);
-        return false;
-    }
-    glUseProgram(program);
-    if (!isPboIdle) {
-        if (UpdatePBOsFinished() != GPU_GENERATE_SUCCESS) {
-            return false;  // the context stays bound
-        }
-        isPboIdle = true;
-    }
-    glActiveTexture(GL_TEXTURE0 + plane);
-    glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
-    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
-    currentPlane = plane;
-    if (!GL_error_check()) {
-        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
-        return false;
-    }
-    if (plane == MAIN_Y) {
-        isAplPending = true;
-    }
-    return true;
-}
-
-bool HdrGenerate::UpdateDataEnd(int width, int height)
-{
-    if (isAplPending) {
-        apl = ComputeApl(mappedPlanes[MAIN_Y], mappedBytes[MAIN_Y], width, height);
-        isAplPending = false;
-    }
-    glUnmapBuffer(GL_PIXEL_UNPACK_BUFFER);
-    if (currentPlane >= 0) {
-        // The mapping is gone with the unmap; the next metadata intake maps anew.
-        mappedPlanes[currentPlane] = nullptr;
-        mappedBytes[currentPlane] = 0;
-        currentPlane = -1;
-    }
-    // From the bound buffer: the data argument is an offset into it.
-    glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_RED, GL_UNSIGNED_BYTE, nullptr);
-    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
-    if (!GL_error_check()) {
-        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
-        return false;
-    }
-    if (!HdrRender::GetInstance()->Unbind()) {
-        HDR_LOG("%d ERROR: no context\n", __LINE__);
-        return false;
-    }
-    return true;
-}
-
-int HdrGenerate::updateTBM()
-{
-    HDR_LOG("updateTBM start");
-    HdrRender* render = HdrRender::GetInstance();
-    HdrRender::HdrContext* context = render->findContext();
-    if (context == render->ContextsEnd()) {
-        HDR_LOG("%d ERROR: no context\n", __LINE__);
-        return GPU_GENERATE_ERROR_NO_CONTEXT;
-    }
-
-    DestroyImageKHR(context->egl, eglImage);
-    eglImage = nullptr;
-    tbm_surface_destroy(tbmSurface);
-    tbmSurface = nullptr;
-
-    glActiveTexture(kOutputTextureUnit);
-    glBindTexture(GL_TEXTURE_2D, outputTexture);
-    int width;
-    int height;
-    if (initOption.usePBO) {
-        width = hdrInfo.outputWidth;
-        height = hdrInfo.outputHeight;
-        HDR_LOG("Create new tbm surface PBO {%d x %d} >>>>>>>>>>>>>>>>>>>>>>>>>", width, height);
-    } else {
-        width = initOption.surfaceWidth;
-        height = initOption.surfaceHeight;
-        HDR_LOG("Create new tbm surface {%d x %d} >>>>>>>>>>>>>>>>>>>>>>>>>", width, height);
-    }
-    tbmSurface = tbm_surface_create(width, height, TBM_FORMAT_RGBA8888);
-    if (tbmSurface == nullptr) {
-        return GPU_GENERATE_ERROR_SURFACE;
-    }
-
-    eglImage = PrepareTBMEglTexture(context->egl, static_cast<void*>(tbmSurface), nullptr);
-    if (eglImage == nullptr) {
-        HDR_LOG("%d ERROR: PrepareTBMEglTexture fail\n", __LINE__);
-        return GPU_GENERATE_ERROR_EGL_IMAGE;
-    }
-    HDR_LOG("EGL image handle = %p>>.", eglImage);
-
-    if (framebuffer != 0) {
-        glDeleteFramebuffers(1, &framebuffer);
-    }
-    glBindTexture(GL_TEXTURE_2D, 0);
-    glGenFramebuffers(1, &framebuffer);
-    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, outputTexture, 0);
-
-    switch (glCheckFramebufferStatus(GL_FRAMEBUFFER)) {
-    case GL_FRAMEBUFFER_COMPLETE:
-        glClearColor(0.0f, 0.0f, 0.0f, 1.0f);
-        glBindFramebuffer(GL_FRAMEBUFFER, 0);
-        HDR_LOG("updateTBM end");
-        return GPU_GENERATE_SUCCESS;
-    case GL_FRAMEBUFFER_UNDEFINED:
-        HDR_SECURE_LOG("[SECURE_LOG] GL_FRAMEBUFFER_UNDEFINED");
-        break;
-    case GL_FRAMEBUFFER_INCOMPLETE_ATTACHMENT:
-        HDR_SECURE_LOG("[SECURE_LOG] GL_FRAMEBUFFER_INCOMPLETE_ATTACHMENT");
-        break;
-    case GL_FRAMEBUFFER_INCOMPLETE_MISSING_ATTACHMENT:
-        HDR_SECURE_LOG("[SECURE_LOG] GL_FRAMEBUFFER_INCOMPLETE_MISSING_ATTACHMENT");
-        break;
-    case GL_FRAMEBUFFER_UNSUPPORTED:
-        HDR_SECURE_LOG("[SECURE_LOG] GL_FRAMEBUFFER_UNSUPPORTED");
-        break;
-    case GL_FRAMEBUFFER_INCOMPLETE_MULTISAMPLE:
-        HDR_SECURE_LOG("[SECURE_LOG] GL_FRAMEBUFFER_INCOMPLETE_MULTISAMPLE");
-        break;
-    default:
-        HDR_SECURE_LOG("[SECURE_LOG] GL_FRAMEBUFFER_ERROR_UNKNOWN");
-        break;
-    }
-    return GPU_GENERATE_ERROR_GL;
-}
-
-bool HdrGenerate::CopyOutputToSurface()
-{
-    return CopyImageToSurface(eglImage, framebuffer);
 }
 
 int HdrGenerate::LoadSettings()
@@ -652,37 +302,37 @@ int HdrGenerate::UpdateUniform()
     HDR_LOG("epsilonHdr = %.4f, %.4f, %.4f, %.4f", k.epsilonHdr[0], k.epsilonHdr[1], k.epsilonHdr[2],
             k.epsilonHdr[3]);
 
-    glUniform4fv(uniformLocations["logRatioMin"], 1, k.logRatioMin);
-    glUniform4fv(uniformLocations["logRatioMax"], 1, k.logRatioMax);
-    glUniform4fv(uniformLocations["gainmapGamma"], 1, k.gainmapGamma);
-    glUniform4fv(uniformLocations["epsilonSdr"], 1, k.epsilonSdr);
-    glUniform4fv(uniformLocations["epsilonHdr"], 1, k.epsilonHdr);
-    glUniform1i(uniformLocations["noGamma"], k.noGamma);
-    glUniform1f(uniformLocations["W"], k.weight);
+    glUniform4fv(Uniform(UNIFORM_LOG_RATIO_MIN), 1, k.logRatioMin);
+    glUniform4fv(Uniform(UNIFORM_LOG_RATIO_MAX), 1, k.logRatioMax);
+    glUniform4fv(Uniform(UNIFORM_GAINMAP_GAMMA), 1, k.gainmapGamma);
+    glUniform4fv(Uniform(UNIFORM_EPSILON_SDR), 1, k.epsilonSdr);
+    glUniform4fv(Uniform(UNIFORM_EPSILON_HDR), 1, k.epsilonHdr);
+    glUniform1i(Uniform(UNIFORM_NO_GAMMA), k.noGamma);
+    glUniform1f(Uniform(UNIFORM_WEIGHT), k.weight);
 
     HDR_ASSERT(hdrInfo.gamut == hdr_color_gamut::HDR_COLORGAMUT_BT709 || hdrInfo.gamut == hdr_color_gamut::HDR_COLORGAMUT_P3 || hdrInfo.gamut == hdr_color_gamut::HDR_COLORGAMUT_BT2100, GPU_GENERATE_ERROR_BAD_INPUT);
     HDR_ASSERT(hdrInfo.trfn == hdr_transfer_function::HDR_TF_LINEAR || hdrInfo.trfn == hdr_transfer_function::HDR_TF_HLG || hdrInfo.trfn == hdr_transfer_function::HDR_TF_PQ || hdrInfo.trfn == hdr_transfer_function::HDR_TF_SRGB, GPU_GENERATE_ERROR_BAD_INPUT);
 
-    glUniformMatrix3fv(uniformLocations["outputGamutTransform"], 1, GL_FALSE, k.outputGamutTransform);
+    glUniformMatrix3fv(Uniform(UNIFORM_OUTPUT_GAMUT_TRANSFORM), 1, GL_FALSE, k.outputGamutTransform);
     if (k.outputCurveInversion != CurveInversion::kInverted) {
         // Repeated through the checked inversion for its diagnostics only.
         float unused[7];
         skcms_TransferFunction_invert(k.outputCurve, unused);
     }
-    glUniform1fv(uniformLocations["trfn_inv"], 7, k.trfnInv);
-    glUniform3fv(uniformLocations["curve_gain_point"], 1, k.curveGainPoint);
-    glUniform3fv(uniformLocations["curve_gain_grad"], 1, k.curveGainGrad);
+    glUniform1fv(Uniform(UNIFORM_TRFN_INV), 7, k.trfnInv);
+    glUniform3fv(Uniform(UNIFORM_CURVE_GAIN_POINT), 1, k.curveGainPoint);
+    glUniform3fv(Uniform(UNIFORM_CURVE_GAIN_GRAD), 1, k.curveGainGrad);
 
     HDR_LOG("outputYUV: %d", outputYUV);
-    glUniform1i(uniformLocations["bOutputYUV"], k.outputYUV);
-    glUniform1i(uniformLocations["inputTrfnType"], k.inputTrfnType);
-    glUniform1fv(uniformLocations["in_trfn"], 7, k.inTrfn);
+    glUniform1i(Uniform(UNIFORM_OUTPUT_YUV), k.outputYUV);
+    glUniform1i(Uniform(UNIFORM_INPUT_TRFN_TYPE), k.inputTrfnType);
+    glUniform1fv(Uniform(UNIFORM_IN_TRFN), 7, k.inTrfn);
 
     HDR_LOG("rotate angle: %f", k.rotateDegrees);
     if (k.mirror) {
         HDR_LOG("mirror true");
     }
-    glUniformMatrix4fv(uniformLocations["rotateMatrix"], 1, GL_FALSE, k.rotateMatrix);
+    glUniformMatrix4fv(Uniform(UNIFORM_ROTATE_MATRIX), 1, GL_FALSE, k.rotateMatrix);
 
     if (!GL_error_check()) {
         HDR_LOG("%d ERROR: GL_error\n", __LINE__);
@@ -731,89 +381,4 @@ int HdrGenerate::Draw()
     isGenerated = true;
     HDR_LOG("HdrGenerate::Draw end");
     return GPU_GENERATE_SUCCESS;
-}
-
-uint8_t** HdrGenerate::setHdrInfo(HdrInfo* _hdrInfo)
-{
-    HDR_ASSERT(_hdrInfo != nullptr, nullptr);
-    std::memcpy(&hdrInfo, _hdrInfo, sizeof hdrInfo);
-
-    // The direct mode always renders unrotated, unmirrored BT.709 / sRGB at
-    // the size it was initialised with, whatever the record says.
-    if (!initOption.usePBO) {
-        hdrInfo.outputRotate = 0;
-        hdrInfo.outputMirror = false;
-        hdrInfo.gamut = hdr_color_gamut::HDR_COLORGAMUT_BT709;
-        hdrInfo.trfn = hdr_transfer_function::HDR_TF_SRGB;
-        hdrInfo.outputWidth = initOption.surfaceWidth;
-        hdrInfo.outputHeight = initOption.surfaceHeight;
-    }
-
-    const HdrInfo& h = hdrInfo;
-    HDR_LOG("nMainImageWidth = %d", h.nMainImageWidth);
-    HDR_LOG("nMainImageHeight = %d", h.nMainImageHeight);
-    HDR_LOG("nGainMapWidth = %d", h.nGainMapWidth);
-    HDR_LOG("nGainMapHeight = %d", h.nGainMapHeight);
-    HDR_LOG("hdrCapacityMin = %.2f", h.hdrCapacityMin);
-    HDR_LOG("hdrCapacityMax = %.2f", h.hdrCapacityMax);
-    HDR_LOG("gainMapMin = [%.2f, %.2f, %.2f, %.2f]", h.gainMapMin[0], h.gainMapMin[1], h.gainMapMin[2],
-            h.gainMapMin[3]);
-    HDR_LOG("gainMapMax = [%.2f, %.2f, %.2f, %.2f]", h.gainMapMax[0], h.gainMapMax[1], h.gainMapMax[2],
-            h.gainMapMax[3]);
-    HDR_LOG("gamma = [%.2f, %.2f, %.2f, %.2f]", h.gamma[0], h.gamma[1], h.gamma[2], h.gamma[3]);
-    HDR_LOG("offsetSdr = [%.2f, %.2f, %.2f, %.2f]", h.offsetSdr[0], h.offsetSdr[1], h.offsetSdr[2],
-            h.offsetSdr[3]);
-    HDR_LOG("offsetHdr = [%.2f, %.2f, %.2f, %.2f]", h.offsetHdr[0], h.offsetHdr[1], h.offsetHdr[2],
-            h.offsetHdr[3]);
-    // The record's own tuning fields, not the factory parameters that are used.
-    HDR_LOG("MDB_V1 = %d", h.MDB_V1);
-    HDR_LOG("MDB_V2 = %d", h.MDB_V2);
-    HDR_LOG("MDB_T1 = %d", h.MDB_T1);
-    HDR_LOG("MDB_T2 = %d", h.MDB_T2);
-    HDR_LOG("GAMMA_MUL = %d", h.GAMMA_MUL);
-    HDR_LOG("GAIN_CURVE_P0 = %d", h.GAIN_CURVE_P0);
-    HDR_LOG("GAIN_CURVE_P1 = %d", h.GAIN_CURVE_P1);
-    HDR_LOG("GAIN_CURVE_P2 = %d", h.GAIN_CURVE_P2);
-    HDR_LOG("GAIN_CURVE_G0 = %d", h.GAIN_CURVE_G0);
-    HDR_LOG("GAIN_CURVE_G1 = %d", h.GAIN_CURVE_G1);
-    HDR_LOG("GAIN_CURVE_G2 = %d", h.GAIN_CURVE_G2);
-    HDR_LOG("gamut = %d", static_cast<int32_t>(h.gamut));
-    HDR_LOG("trfn = %d", static_cast<int32_t>(h.trfn));
-    HDR_LOG("outputRotate = %d", h.outputRotate);
-    HDR_LOG("outputMirror = %d", h.outputMirror ? 1 : 0);
-    HDR_LOG("outputWidth = %d", h.outputWidth);
-    HDR_LOG("outputHeight = %d", h.outputHeight);
-
-    const GLuint program = Program();
-    if (program == 0) {
-        return nullptr;
-    }
-    glUseProgram(program);
-
-    if (initOption.usePBO) {
-        // A new surface for every picture, whether or not its size changed.
-        if (updateTBM() != GPU_GENERATE_SUCCESS) {
-            HDR_LOG("%d ERROR: updateTBM error\n", __LINE__);
-            return nullptr;
-        }
-    } else {
-        HDR_LOG("Not PBO texture");
-        for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
-            const bool isMain = plane < GAINMAP_Y;
-            DataInfo& entry = planeTable[plane];
-            entry.width = isMain ? h.nMainImageWidth : h.nGainMapWidth;
-            entry.height = isMain ? h.nMainImageHeight : h.nGainMapHeight;
-            entry.data = isMain ? h.mainImagePlanes[plane] : h.gainMapPlanes[plane - GAINMAP_Y];
-        }
-    }
-
-    if (UpdateTextures() != GPU_GENERATE_SUCCESS) {
-        HDR_LOG("%d ERROR: UpdateTextures error\n", __LINE__);
-        return nullptr;
-    }
-    if (!GL_error_check()) {
-        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
-        return nullptr;
-    }
-    return mappedPlanes;
 }

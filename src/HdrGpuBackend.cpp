@@ -6,6 +6,20 @@
 #include "HdrCommon.h"
 #include "HdrGenerate.h"
 #include "HdrRender.h"
+#include "HdrScopedBinding.h"
+
+namespace {
+
+// The registry fits the render path's quad to the picture the engine was
+// last given; it learns the size here rather than asking the engine.
+void ShareOutputSize(const HdrGenerate& engine)
+{
+    HdrRender* render = HdrRender::GetInstance();
+    render->pictureWidth = engine.hdrInfo.outputWidth;
+    render->pictureHeight = engine.hdrInfo.outputHeight;
+}
+
+}  // namespace
 
 int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option)
 {
@@ -25,7 +39,8 @@ int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option)
         return result;
     }
     // Deliberately no teardown here: the registry stays initialised.
-    if (!render->Bind()) {
+    HdrScopedBinding binding;
+    if (!binding.Bound()) {
         return GPU_GENERATE_ERROR_FIRST_BIND;
     }
 
@@ -34,11 +49,12 @@ int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option)
     engine->outputYUV = option.outputYUV;
     result = engine->Init();
     if (result != GPU_GENERATE_SUCCESS) {
-        // Torn down while still bound; the unbind below then has no record.
+        // Torn down while still bound; the release below then finds no
+        // record and the call answers GPU_GENERATE_ERROR_INIT_UNBIND.
         GpuGenerateHdrDestroy();
     }
 
-    if (!HdrRender::GetInstance()->Unbind()) {
+    if (!binding.Release()) {
         return GPU_GENERATE_ERROR_INIT_UNBIND;
     }
     HDR_LOG("GpuGenerateHdrInit end");
@@ -68,14 +84,16 @@ uint8_t** GpuGenerateHdrSetHdrInfo(HdrInfo* hdrInfo)
         HDR_LOG("use the default trfn(SRGB)");
     }
 
-    if (!render->Bind()) {
+    HdrScopedBinding binding;
+    if (!binding.Bound()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return nullptr;
     }
     HdrGenerate* engine = HdrGenerate::GetInstance();
     engine->LoadSettings();  // generation goes on with the tuning as it stands
     uint8_t** result = engine->setHdrInfo(hdrInfo);
-    if (!render->Unbind()) {
+    ShareOutputSize(*engine);
+    if (!binding.Release()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return nullptr;
     }
@@ -112,12 +130,13 @@ int GpuGenerateHdr()
     // One successful SetHdrInfo allows exactly one attempt, whatever its outcome.
     engine->isInfoReady = false;
 
-    if (!render->Bind()) {
+    HdrScopedBinding binding;
+    if (!binding.Bound()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return GPU_GENERATE_ERROR_NO_CONTEXT;
     }
     const int result = engine->Draw();
-    if (!render->Unbind()) {
+    if (!binding.Release()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return GPU_GENERATE_ERROR_NO_CONTEXT;
     }
@@ -137,7 +156,8 @@ int GpuGenerateHdr(HdrInfo* hdrInfo)
         HDR_LOG("%d ERROR: Not call GpuGenerateHdrInit or GpuGenerateHdrInit fail\n", __LINE__);
         return GPU_GENERATE_ERROR_CALL_ORDER;
     }
-    if (!render->Bind()) {
+    HdrScopedBinding binding;
+    if (!binding.Bound()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return GPU_GENERATE_ERROR_NO_CONTEXT;
     }
@@ -145,8 +165,9 @@ int GpuGenerateHdr(HdrInfo* hdrInfo)
     HdrGenerate* engine = HdrGenerate::GetInstance();
     engine->LoadSettings();
     engine->setHdrInfo(hdrInfo);
+    ShareOutputSize(*engine);
     const int result = engine->Draw();
-    if (!render->Unbind()) {
+    if (!binding.Release()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return GPU_GENERATE_ERROR_NO_CONTEXT;
     }
@@ -172,12 +193,12 @@ int GpuRender()
 {
     // On whatever context is current, before binding.
     glClearColor(1.0f, 1.0f, 1.0f, 0.1f);
-    HdrRender* render = HdrRender::GetInstance();
-    if (!render->Bind()) {
+    HdrScopedBinding binding;
+    if (!binding.Bound()) {
         return GPU_GENERATE_ERROR_NO_CONTEXT;
     }
-    const int result = render->Draw();
-    if (!render->Unbind()) {
+    const int result = HdrRender::GetInstance()->Draw();
+    if (!binding.Release()) {
         return GPU_GENERATE_ERROR_NO_CONTEXT;
     }
     return result;

@@ -8,6 +8,7 @@ packages=(
   libegl-dev libgles-dev libegl-mesa0 libgl1-mesa-dri
   libglm-dev libgtest-dev googletest libbenchmark-dev glslang-tools
   libxml2-dev libjpeg62-turbo-dev libpng-dev clang libclang-rt-14-dev
+  clang-format clang-tidy
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -28,10 +28,12 @@ namespace {
 
 // Uniform slots 0..20 of the gain-map program, in registration order.
 const char* const kUniformNames[] = {
-    "u_MainYSampler", "u_MainUSampler", "u_MainVSampler", "u_gainmapYSampler", "u_gainmapUSampler",
-    "u_gainmapVSampler", "logRatioMin", "logRatioMax", "gainmapGamma", "epsilonSdr", "epsilonHdr",
-    "W", "noGamma", "outputGamutTransform", "trfn_inv", "curve_gain_point", "curve_gain_grad",
-    "bOutputYUV", "inputTrfnType", "in_trfn", "rotateMatrix",
+    "u_MainYSampler",    "u_MainUSampler",       "u_MainVSampler", "u_gainmapYSampler",
+    "u_gainmapUSampler", "u_gainmapVSampler",    "logRatioMin",    "logRatioMax",
+    "gainmapGamma",      "epsilonSdr",           "epsilonHdr",     "W",
+    "noGamma",           "outputGamutTransform", "trfn_inv",       "curve_gain_point",
+    "curve_gain_grad",   "bOutputYUV",           "inputTrfnType",  "in_trfn",
+    "rotateMatrix",
 };
 static_assert(std::size(kUniformNames) == UNIFORM_SLOT_COUNT, "one name per uniform slot");
 
@@ -154,8 +156,8 @@ int HdrGenerate::Init()
     glGenBuffers(1, &indexBuffer);
     glBindVertexArray(vertexArray);
     glBindBuffer(GL_ARRAY_BUFFER, vertexBuffer);
-    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(quadVertices.size() * sizeof(float)),
-                 quadVertices.data(), GL_STATIC_DRAW);
+    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(quadVertices.size() * sizeof(float)), quadVertices.data(),
+                 GL_STATIC_DRAW);
     glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, indexBuffer);
     glBufferData(GL_ELEMENT_ARRAY_BUFFER, sizeof quadIndices, quadIndices, GL_STATIC_DRAW);
 
@@ -163,8 +165,9 @@ int HdrGenerate::Init()
     glVertexAttribPointer(position, 3, GL_FLOAT, GL_FALSE, 5 * sizeof(float), nullptr);
     glEnableVertexAttribArray(position);
     const GLuint texcoord = static_cast<GLuint>(Attribute(ATTRIBUTE_TEXCOORD));
+    // GL takes the byte offset into the bound buffer as a pointer.
     glVertexAttribPointer(texcoord, 2, GL_FLOAT, GL_FALSE, 5 * sizeof(float),
-                          reinterpret_cast<const void*>(3 * sizeof(float)));
+                          reinterpret_cast<const void*>(3 * sizeof(float)));  // NOLINT(performance-no-int-to-ptr)
     glEnableVertexAttribArray(texcoord);
 
     // Planes are tightly packed 8-bit rows of any width.
@@ -223,7 +226,8 @@ int HdrGenerate::getHdrTBMSurface()
     return static_cast<int>(reinterpret_cast<intptr_t>(tbmSurface));
 }
 
-void HdrGenerate::saveToFile() {}
+void HdrGenerate::saveToFile()
+{}
 
 bool HdrGenerate::SetupShaders()
 {
@@ -297,10 +301,8 @@ int HdrGenerate::UpdateUniform()
             k.logRatioMax[3]);
     HDR_LOG("gainmapGamma = %.4f, %.4f, %.4f, %.4f", k.gainmapGamma[0], k.gainmapGamma[1], k.gainmapGamma[2],
             k.gainmapGamma[3]);
-    HDR_LOG("epsilonSdr = %.4f, %.4f, %.4f, %.4f", k.epsilonSdr[0], k.epsilonSdr[1], k.epsilonSdr[2],
-            k.epsilonSdr[3]);
-    HDR_LOG("epsilonHdr = %.4f, %.4f, %.4f, %.4f", k.epsilonHdr[0], k.epsilonHdr[1], k.epsilonHdr[2],
-            k.epsilonHdr[3]);
+    HDR_LOG("epsilonSdr = %.4f, %.4f, %.4f, %.4f", k.epsilonSdr[0], k.epsilonSdr[1], k.epsilonSdr[2], k.epsilonSdr[3]);
+    HDR_LOG("epsilonHdr = %.4f, %.4f, %.4f, %.4f", k.epsilonHdr[0], k.epsilonHdr[1], k.epsilonHdr[2], k.epsilonHdr[3]);
 
     glUniform4fv(Uniform(UNIFORM_LOG_RATIO_MIN), 1, k.logRatioMin);
     glUniform4fv(Uniform(UNIFORM_LOG_RATIO_MAX), 1, k.logRatioMax);
@@ -310,8 +312,14 @@ int HdrGenerate::UpdateUniform()
     glUniform1i(Uniform(UNIFORM_NO_GAMMA), k.noGamma);
     glUniform1f(Uniform(UNIFORM_WEIGHT), k.weight);
 
-    HDR_ASSERT(hdrInfo.gamut == hdr_color_gamut::HDR_COLORGAMUT_BT709 || hdrInfo.gamut == hdr_color_gamut::HDR_COLORGAMUT_P3 || hdrInfo.gamut == hdr_color_gamut::HDR_COLORGAMUT_BT2100, GPU_GENERATE_ERROR_BAD_INPUT);
-    HDR_ASSERT(hdrInfo.trfn == hdr_transfer_function::HDR_TF_LINEAR || hdrInfo.trfn == hdr_transfer_function::HDR_TF_HLG || hdrInfo.trfn == hdr_transfer_function::HDR_TF_PQ || hdrInfo.trfn == hdr_transfer_function::HDR_TF_SRGB, GPU_GENERATE_ERROR_BAD_INPUT);
+    HDR_ASSERT(hdrInfo.gamut == hdr_color_gamut::HDR_COLORGAMUT_BT709 ||
+                   hdrInfo.gamut == hdr_color_gamut::HDR_COLORGAMUT_P3 ||
+                   hdrInfo.gamut == hdr_color_gamut::HDR_COLORGAMUT_BT2100,
+               GPU_GENERATE_ERROR_BAD_INPUT);
+    HDR_ASSERT(
+        hdrInfo.trfn == hdr_transfer_function::HDR_TF_LINEAR || hdrInfo.trfn == hdr_transfer_function::HDR_TF_HLG ||
+            hdrInfo.trfn == hdr_transfer_function::HDR_TF_PQ || hdrInfo.trfn == hdr_transfer_function::HDR_TF_SRGB,
+        GPU_GENERATE_ERROR_BAD_INPUT);
 
     glUniformMatrix3fv(Uniform(UNIFORM_OUTPUT_GAMUT_TRANSFORM), 1, GL_FALSE, k.outputGamutTransform);
     if (k.outputCurveInversion != CurveInversion::kInverted) {

@@ -15,7 +15,7 @@ namespace {
 constexpr float kLn2 = 0.6931472f;
 
 // Fixed-point scales of the tuning values.
-constexpr float kBoostUnit = 0.0078125f;       // 128 = 1.0
+constexpr float kBoostUnit = 0.0078125f;          // 128 = 1.0
 constexpr float kCurvePointUnit = 0.0009765625f;  // 1024 = 1.0
 constexpr float kCurveGradUnit = 0.001953125f;    // 512 = 1.0
 
@@ -82,8 +82,9 @@ void OutputCurve(GainMapConstants& k)
 {
     const float boost = k.boost;
     const float boostRoot = std::pow(boost, 0.41666666f);
-    const float scaled[7] = {2.4f,     boostRoot * 0.94786733f, boostRoot * 0.052132703f, 0.07739938f * boost,
-                             0.04045f, 0.0f * boost,            0.0f * boost};
+    const float scaled[7] = {
+        2.4f,        boostRoot * 0.94786733f, boostRoot * 0.052132703f, 0.07739938f * boost, 0.04045f, 0.0f * boost,
+        0.0f * boost};
     std::memcpy(k.outputCurve, scaled, sizeof k.outputCurve);
     float inverse[7];
     k.outputCurveInversion = InvertTransferCurve(scaled, inverse);
@@ -105,8 +106,8 @@ void Rotation(const HdrInfo& info, GainMapConstants& k)
 
 }  // namespace
 
-GainMapConstants ComputeGainMapConstants(const HdrInfo& info, const HdrFactorySettings::Parameter& tuning,
-                                         int32_t apl, bool outputYUV)
+GainMapConstants ComputeGainMapConstants(const HdrInfo& info, const HdrFactorySettings::Parameter& tuning, int32_t apl,
+                                         bool outputYUV)
 {
     GainMapConstants k{};
     k.mdbV1 = static_cast<float>(tuning.MDB_V1) * kBoostUnit;

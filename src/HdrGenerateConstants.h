@@ -59,7 +59,7 @@ struct GainMapConstants {
     float rotateMatrix[16];
 };
 
-GainMapConstants ComputeGainMapConstants(const HdrInfo& info, const HdrFactorySettings::Parameter& tuning,
-                                         int32_t apl, bool outputYUV);
+GainMapConstants ComputeGainMapConstants(const HdrInfo& info, const HdrFactorySettings::Parameter& tuning, int32_t apl,
+                                         bool outputYUV);
 
 #endif

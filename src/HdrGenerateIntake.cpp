@@ -41,10 +41,8 @@ uint8_t** HdrGenerate::setHdrInfo(HdrInfo* _hdrInfo)
     HDR_LOG("gainMapMax = [%.2f, %.2f, %.2f, %.2f]", h.gainMapMax[0], h.gainMapMax[1], h.gainMapMax[2],
             h.gainMapMax[3]);
     HDR_LOG("gamma = [%.2f, %.2f, %.2f, %.2f]", h.gamma[0], h.gamma[1], h.gamma[2], h.gamma[3]);
-    HDR_LOG("offsetSdr = [%.2f, %.2f, %.2f, %.2f]", h.offsetSdr[0], h.offsetSdr[1], h.offsetSdr[2],
-            h.offsetSdr[3]);
-    HDR_LOG("offsetHdr = [%.2f, %.2f, %.2f, %.2f]", h.offsetHdr[0], h.offsetHdr[1], h.offsetHdr[2],
-            h.offsetHdr[3]);
+    HDR_LOG("offsetSdr = [%.2f, %.2f, %.2f, %.2f]", h.offsetSdr[0], h.offsetSdr[1], h.offsetSdr[2], h.offsetSdr[3]);
+    HDR_LOG("offsetHdr = [%.2f, %.2f, %.2f, %.2f]", h.offsetHdr[0], h.offsetHdr[1], h.offsetHdr[2], h.offsetHdr[3]);
     // The record's own tuning fields, not the factory parameters that are used.
     HDR_LOG("MDB_V1 = %d", h.MDB_V1);
     HDR_LOG("MDB_V2 = %d", h.MDB_V2);

@@ -115,9 +115,8 @@ int HdrGenerate::UpdateTextures()
             }
         }
     } else {
-        for (const uint8_t* data : {hdrInfo.mainImagePlanes[0], hdrInfo.mainImagePlanes[1],
-                                    hdrInfo.mainImagePlanes[2], hdrInfo.gainMapPlanes[0],
-                                    hdrInfo.gainMapPlanes[1], hdrInfo.gainMapPlanes[2]}) {
+        for (const uint8_t* data : {hdrInfo.mainImagePlanes[0], hdrInfo.mainImagePlanes[1], hdrInfo.mainImagePlanes[2],
+                                    hdrInfo.gainMapPlanes[0], hdrInfo.gainMapPlanes[1], hdrInfo.gainMapPlanes[2]}) {
             if (data == nullptr) {
                 HDR_LOG("%d ERROR: Input date is nullptr\n", __LINE__);
                 return GPU_GENERATE_ERROR_BAD_INPUT;

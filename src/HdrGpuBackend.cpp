@@ -26,9 +26,10 @@ int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option)
     HDR_LOG("GpuGenerateHdrInit start");
     HdrRender* render = HdrRender::GetInstance();
     if (render->IsInited()) {
-        HDR_LOG("%d ERROR: GpuGenerateHdrInit called twice, Please call GpuGenerateHdrDestroy() before "
-                "GpuGenerateHdrInit\n",
-                __LINE__);
+        HDR_LOG(
+            "%d ERROR: GpuGenerateHdrInit called twice, Please call GpuGenerateHdrDestroy() before "
+            "GpuGenerateHdrInit\n",
+            __LINE__);
         return GPU_GENERATE_ERROR_INIT_TWICE;
     }
 

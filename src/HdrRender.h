@@ -19,8 +19,8 @@ class TSShaderManager;
 class HdrRender {
 public:
     struct HdrContext {
-        uint64_t reserved;  // zero when made; nothing reads it
-        pthread_t threadId; // the thread that made the record
+        uint64_t reserved;   // zero when made; nothing reads it
+        pthread_t threadId;  // the thread that made the record
         EGLInfo egl;
     };
 

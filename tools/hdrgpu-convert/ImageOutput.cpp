@@ -22,12 +22,12 @@ struct PngError {
     png_longjmp(png, 1);
 }
 
-void OnPngWarning(png_structp, png_const_charp) {}
+void OnPngWarning(png_structp, png_const_charp)
+{}
 
 // The libpng calls, behind the error jump. Every object that lives across the
 // setjmp exists before it.
-bool WritePngRows(png_structp png, png_infop info, FILE* file, const uint8_t* rgba, int width, int height,
-                  int level)
+bool WritePngRows(png_structp png, png_infop info, FILE* file, const uint8_t* rgba, int width, int height, int level)
 {
     if (setjmp(png_jmpbuf(png)) != 0) {
         return false;
@@ -39,8 +39,7 @@ bool WritePngRows(png_structp png, png_infop info, FILE* file, const uint8_t* rg
         png_set_filter(png, PNG_FILTER_TYPE_BASE, level == 0 ? PNG_FILTER_NONE : PNG_FILTER_SUB);
     }
     png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8,
-                 PNG_COLOR_TYPE_RGB_ALPHA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
+                 PNG_COLOR_TYPE_RGB_ALPHA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     png_write_info(png, info);
     const size_t stride = static_cast<size_t>(width) * 4;
     for (int y = 0; y < height; ++y) {
@@ -79,8 +78,8 @@ const char* OutputExtension(OutputFormat format)
     return format == OutputFormat::Raw ? ".rgba" : ".png";
 }
 
-bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgba, int width, int height,
-                int pngLevel, std::string* reason)
+bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgba, int width, int height, int pngLevel,
+                std::string* reason)
 {
     if (rgba == nullptr || width < 1 || height < 1) {
         *reason = "no picture to write";

@@ -22,8 +22,8 @@ const char* OutputExtension(OutputFormat format);
 
 // Writes rgba (width * height * 4 bytes, R, G, B, A, rows tightly packed) to
 // path. pngLevel (0..9) is the zlib level of a PNG. False with a reason.
-bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgba, int width, int height,
-                int pngLevel, std::string* reason);
+bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgba, int width, int height, int pngLevel,
+                std::string* reason);
 
 }  // namespace hdrconvert
 

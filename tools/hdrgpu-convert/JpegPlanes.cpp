@@ -1,8 +1,8 @@
 #include "JpegPlanes.h"
 
+#include <csetjmp>
 #include <cstdio>  // jpeglib.h needs FILE
 #include <cstdlib>
-#include <csetjmp>
 #include <cstring>
 
 #include <jerror.h>
@@ -75,7 +75,8 @@ uint8_t ClampToByte(double v)
     if (v >= 255.0) {
         return 255;
     }
-    return static_cast<uint8_t>(v + 0.5);
+    // Half up by truncation: the converter's outputs are defined by it.
+    return static_cast<uint8_t>(v + 0.5);  // NOLINT(bugprone-incorrect-roundings)
 }
 
 // Why a colour space is refused; empty when it is decoded.
@@ -103,16 +104,15 @@ std::string SizeRefusal(const jpeg_decompress_struct& cinfo)
         return "JPEG image has no pixels";
     }
     if (pixels > kMaxPixels) {
-        return "image too large (" + std::to_string(cinfo.image_width) + "x" +
-               std::to_string(cinfo.image_height) + ")";
+        return "image too large (" + std::to_string(cinfo.image_width) + "x" + std::to_string(cinfo.image_height) + ")";
     }
     return "";
 }
 
 // The decoding itself. Every object that lives across the setjmp exists
 // before it, so the jump skips no destructor.
-bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size,
-            YuvPlanes* out, std::string* refusal)
+bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size, YuvPlanes* out,
+            std::string* refusal)
 {
     if (setjmp(err->jump) != 0) {
         return false;
@@ -146,9 +146,9 @@ bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
     const int channels = cinfo->output_components;
     const int rowsAtOnce = cinfo->rec_outbuf_height > 0 ? cinfo->rec_outbuf_height : 1;
     // Freed with the decompressor.
-    JSAMPARRAY rows = (*cinfo->mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(cinfo), JPOOL_IMAGE,
-                                                  static_cast<JDIMENSION>(width * channels),
-                                                  static_cast<JDIMENSION>(rowsAtOnce));
+    JSAMPARRAY rows =
+        (*cinfo->mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(cinfo), JPOOL_IMAGE,
+                                    static_cast<JDIMENSION>(width * channels), static_cast<JDIMENSION>(rowsAtOnce));
     while (cinfo->output_scanline < cinfo->output_height) {
         const size_t first = cinfo->output_scanline;
         const JDIMENSION got = jpeg_read_scanlines(cinfo, rows, static_cast<JDIMENSION>(rowsAtOnce));
@@ -189,8 +189,8 @@ bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
     return true;
 }
 
-bool Header(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size, int* width,
-            int* height, std::string* refusal)
+bool Header(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size, int* width, int* height,
+            std::string* refusal)
 {
     if (setjmp(err->jump) != 0) {
         return false;
@@ -219,8 +219,7 @@ std::string DecoderReason(const ErrorManager& err, const std::string& refusal)
         // libjpeg's own corruption warnings already say so.
         const std::string message = err.message;
         const std::string prefix = "Corrupt JPEG data: ";
-        return "corrupt JPEG data: " +
-               (message.rfind(prefix, 0) == 0 ? message.substr(prefix.size()) : message);
+        return "corrupt JPEG data: " + (message.rfind(prefix, 0) == 0 ? message.substr(prefix.size()) : message);
     }
     return "corrupt JPEG data";
 }
@@ -282,7 +281,10 @@ std::vector<uint8_t> EncodeInterleaved(const uint8_t* pixels, int width, int hei
     unsigned char* buffer = nullptr;
     unsigned long bufferSize = 0;
     const bool ok = Encode(&cinfo, &err, &buffer, &bufferSize, pixels, width, height, components, space,
-                           quality < 1 ? 1 : quality > 100 ? 100 : quality, sampling);
+                           quality < 1     ? 1
+                           : quality > 100 ? 100
+                                           : quality,
+                           sampling);
     jpeg_destroy_compress(&cinfo);
     if (ok && buffer != nullptr) {
         result.assign(buffer, buffer + bufferSize);

@@ -138,6 +138,7 @@ bool ParseSize(const std::string& text, int* width, int* height)
 }
 
 // Parses argv into options; false with a message for a bad command line.
+// NOLINTNEXTLINE(readability-function-size): one short branch per option
 bool ParseArguments(int argc, char** argv, Options* o, std::string* error)
 {
     bool onlyInputs = false;

@@ -49,7 +49,9 @@ bool ReadSurface(int width, int height, RenderedPicture* out, std::string* reaso
         *reason = "the library has no output surface";
         return false;
     }
-    tbm_surface_h surface = reinterpret_cast<tbm_surface_h>(static_cast<intptr_t>(handle));
+    // The library hands the surface out as a 32-bit handle.
+    tbm_surface_h surface = reinterpret_cast<tbm_surface_h>(  // NOLINT(performance-no-int-to-ptr)
+        static_cast<intptr_t>(handle));
     tbm_surface_info_s info;
     std::memset(&info, 0, sizeof info);
     if (tbm_surface_map(surface, TBM_SURF_OPTION_READ, &info) != TBM_SURFACE_ERROR_NONE) {
@@ -78,11 +80,12 @@ bool ReadSurface(int width, int height, RenderedPicture* out, std::string* reaso
             continue;
         }
         for (int x = 0; x < width; ++x) {
-            const unsigned char* px = row + 4 * x;  // A, B, G, R
-            dst[4 * x] = px[3];
-            dst[4 * x + 1] = px[2];
-            dst[4 * x + 2] = px[1];
-            dst[4 * x + 3] = px[0];
+            const size_t offset = 4 * static_cast<size_t>(x);
+            const unsigned char* px = row + offset;  // A, B, G, R
+            dst[offset] = px[3];
+            dst[offset + 1] = px[2];
+            dst[offset + 2] = px[1];
+            dst[offset + 3] = px[0];
         }
     }
     tbm_surface_unmap(surface);
@@ -341,8 +344,7 @@ bool Renderer::Stream(const Picture& picture, std::string* reason)
     return true;
 }
 
-bool Renderer::RenderStreaming(const Picture& picture, int outW, int outH, RenderedPicture* out,
-                               std::string* reason)
+bool Renderer::RenderStreaming(const Picture& picture, int outW, int outH, RenderedPicture* out, std::string* reason)
 {
     HdrInfo info;
     DescribePicture(picture, outW, outH, true, &info);
@@ -377,8 +379,7 @@ bool Renderer::RenderStreaming(const Picture& picture, int outW, int outH, Rende
     return ReadSurface(outW, outH, out, reason);
 }
 
-bool Renderer::RenderDirect(const Picture& picture, int outW, int outH, RenderedPicture* out,
-                            std::string* reason)
+bool Renderer::RenderDirect(const Picture& picture, int outW, int outH, RenderedPicture* out, std::string* reason)
 {
     // Rendered at the stored orientation, turned on the CPU afterwards.
     const bool swap = OrientationSwapsSize(picture.orientation);

@@ -66,6 +66,7 @@ HdrGenerate::HdrGenerate()
       streamedSizes{},
       mappedBytes{},
       currentPlane(-1),
+      useSpecialisedPrograms(true),
       hasTextureStorage(false),
       textureSizes{0, 0, 0, 0}
 {
@@ -118,7 +119,8 @@ HdrGenerate::~HdrGenerate()
     }
     glDeleteBuffers(DATA_TYPE_COUNT, pixelBuffers);
     glDeleteTextures(DATA_TYPE_COUNT, inputTextures);
-    // outputTexture is left to the context, which goes right after the engine.
+    // outputTexture and the specialised programs are left to the context,
+    // which goes right after the engine.
 
     planeTable.clear();
 
@@ -350,6 +352,26 @@ int HdrGenerate::UpdateUniform()
     return GPU_GENERATE_SUCCESS;
 }
 
+GLuint HdrGenerate::DrawProgram(GLuint registered)
+{
+    if (!useSpecialisedPrograms) {
+        return registered;
+    }
+    GLint noGamma = 0;
+    glGetUniformiv(registered, Uniform(UNIFORM_NO_GAMMA), &noGamma);
+    GainMapVariant variant;
+    variant.inputCurve = static_cast<int32_t>(hdrInfo.trfn);
+    variant.applyGamma = noGamma != 1;
+    variant.outputYuv = outputYUV;
+    variant.flatGainChroma = gainChroma.Flat();
+    float chromaOffset[3] = {0.0f, 0.0f, 0.0f};
+    gainChroma.Offset(chromaOffset);
+    const GLuint program = variantPrograms.Prepare(variant, registered, kGainMapVertexShader,
+                                                   Attribute(ATTRIBUTE_POSITION), Attribute(ATTRIBUTE_TEXCOORD),
+                                                   chromaOffset);
+    return program != 0 ? program : registered;
+}
+
 int HdrGenerate::Draw()
 {
     HDR_LOG("HdrGenerate::Draw start");
@@ -365,6 +387,7 @@ int HdrGenerate::Draw()
     if (result != GPU_GENERATE_SUCCESS) {
         return result;
     }
+    DrawProgram(program);
 
     glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
     glClearColor(0.0f, 0.0f, 0.0f, 0.0f);
@@ -374,6 +397,7 @@ int HdrGenerate::Draw()
     glBindVertexArray(vertexArray);
     glDrawElements(GL_TRIANGLES, 6, GL_UNSIGNED_INT, nullptr);
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    glUseProgram(program);  // the registered program stays the current one between calls
     // The surface is complete when the host gets control back.
     glFinish();
     HDR_LOG("HdrGenerate::Draw Draw finish");

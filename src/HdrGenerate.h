@@ -10,6 +10,7 @@
 #define HDR_GENERATE_H
 
 #include "HdrFactorySettings.h"
+#include "HdrGainMapVariantPrograms.h"
 #include "HdrGpuBackend.h"
 
 #include <GLES3/gl3.h>
@@ -116,6 +117,12 @@ public:
     int32_t mappedBytes[DATA_TYPE_COUNT];
     int32_t currentPlane;
 
+    // The draw uses the picture class's specialised program (built on first
+    // need); false draws with the registered general program.
+    bool useSpecialisedPrograms;
+    GainMapVariantPrograms variantPrograms;
+    GainChromaContent gainChroma;
+
     static HdrGenerate* pInstance;
 
     // Kept for the exported names and the recorded layout only:
@@ -137,6 +144,9 @@ private:
     GLuint Program() const;
     GLint Attribute(int slot) const;
     GLint Uniform(int slot) const;
+    // The specialised program for the current picture with its uniforms
+    // loaded and current, or the registered program when none can be built.
+    GLuint DrawProgram(GLuint registered);
 
     // Average of the first width x height bytes of plane (never more than
     // available); logs the result.

@@ -137,6 +137,10 @@ int HdrGenerate::UpdateTextures()
                 HDR_LOG("%d ERROR: GL_error\n", __LINE__);
                 return GPU_GENERATE_ERROR_GL;
             }
+            if (plane >= GAINMAP_U) {
+                gainChroma.Note(plane - GAINMAP_U, entry.data,
+                                static_cast<size_t>(entry.width) * static_cast<size_t>(entry.height));
+            }
         }
         const DataInfo& luma = planeTable[MAIN_Y];
         apl = ComputeApl(luma.data, Product32(luma.width, luma.height), luma.width, luma.height);
@@ -164,6 +168,9 @@ void HdrGenerate::UpdatePBOs()
         // buffer storage.
         if (streamedSizes[plane][0] != width || streamedSizes[plane][1] != height) {
             glTexImage2D(GL_TEXTURE_2D, 0, GL_RED, width, height, 0, GL_RED, GL_UNSIGNED_BYTE, nullptr);
+            if (plane >= GAINMAP_U) {
+                gainChroma.Forget(plane - GAINMAP_U);
+            }
             streamedSizes[plane][0] = width;
             streamedSizes[plane][1] = height;
         }
@@ -259,6 +266,13 @@ bool HdrGenerate::UpdateDataEnd(int width, int height)
     if (isAplPending) {
         apl = ComputeApl(mappedPlanes[MAIN_Y], mappedBytes[MAIN_Y], width, height);
         isAplPending = false;
+    }
+    if (currentPlane >= GAINMAP_U && currentPlane < DATA_TYPE_COUNT) {
+        // Looked at while the bytes are still mapped; never past the mapping.
+        const size_t written =
+            static_cast<size_t>(width > 0 ? width : 0) * static_cast<size_t>(height > 0 ? height : 0);
+        const size_t mapped = static_cast<size_t>(mappedBytes[currentPlane]);
+        gainChroma.Note(currentPlane - GAINMAP_U, mappedPlanes[currentPlane], written < mapped ? written : mapped);
     }
     glUnmapBuffer(GL_PIXEL_UNPACK_BUFFER);
     if (currentPlane >= 0) {

@@ -14,7 +14,16 @@ add_test(NAME GainMapShaders.PassGlslangValidator
   COMMAND sh -c "set -e; mkdir -p '${HDRGPU_SHADER_DUMP_DIR}'; \
 '$<TARGET_FILE:dump_gain_map_shaders>' '${HDRGPU_SHADER_DUMP_DIR}'; \
 '${HDRGPU_GLSLANG_VALIDATOR}' '${HDRGPU_SHADER_DUMP_DIR}/gainmap.vert'; \
-'${HDRGPU_GLSLANG_VALIDATOR}' '${HDRGPU_SHADER_DUMP_DIR}/gainmap.frag'")
+'${HDRGPU_GLSLANG_VALIDATOR}' '${HDRGPU_SHADER_DUMP_DIR}/gainmap.frag'; \
+for f in '${HDRGPU_SHADER_DUMP_DIR}'/gainmap-variant-*.frag; do '${HDRGPU_GLSLANG_VALIDATOR}' \"$f\"; done; \
+test $(ls '${HDRGPU_SHADER_DUMP_DIR}'/gainmap-variant-*.frag | wc -l) -eq 32")
 set_tests_properties(GainMapShaders.PassGlslangValidator PROPERTIES
   FAIL_REGULAR_EXPRESSION "ERROR"
   TIMEOUT 60)
+
+# The specialised gain-map texts and the flat-plane check: pure functions,
+# tested without EGL or GLES.
+add_executable(gain_map_variant_tests GainMapVariantTest.cpp ${PROJECT_SOURCE_DIR}/src/HdrGainMapVariant.cpp)
+target_include_directories(gain_map_variant_tests PRIVATE ${PROJECT_SOURCE_DIR}/src)
+target_link_libraries(gain_map_variant_tests PRIVATE GTest::gtest GTest::gtest_main)
+gtest_discover_tests(gain_map_variant_tests DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 60)

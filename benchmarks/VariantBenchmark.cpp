@@ -6,11 +6,17 @@
 //   draw/variant/<w>            the picture's specialised program, gain U/V sampled
 //   draw/variant-flat/<w>       the same with the gain map's flat U/V taken as constants
 //                               (only for workloads whose gain chroma is flat)
+//   draw/passthrough/<w>        the pass-through program over the same six planes:
+//                               the least a one-pass program costs here
+// Besides wall time, each row reports process_cpu_ms: the CPU time of the
+// whole process (every llvmpipe thread) per picture, steadier than wall
+// time when the machine is shared.
 #include "BenchSupport.h"
 #include "EngineSession.h"
 #include "HdrGainMapVariantPrograms.h"
 #include "HdrGenerate.h"
 #include "HdrGenerateShaders.h"
+#include "PassThroughProgram.h"
 #include "TSShaderManager.h"
 
 #include <GLES3/gl3.h>
@@ -32,7 +38,7 @@ double ProcessCpuMs()
 using hdrbench::EngineSession;
 using hdrbench::Workload;
 
-enum class Program { General, Variant, VariantFlat };
+enum class Program { General, Variant, VariantFlat, PassThrough };
 
 void DrawToFinish(HdrGenerate* engine, GLuint program, const Workload& w)
 {
@@ -78,7 +84,14 @@ void Draw(benchmark::State& state, const Workload* workload, Program which)
     FlatGainChromaOffset(128, 128, chroma);
     GainMapVariantPrograms variants;
     GLuint program = engine->shaderManager->GetProgram();
-    if (which != Program::General) {
+    hdrbench::PassThrough pass;
+    if (which == Program::PassThrough) {
+        if (!pass.ok()) {
+            state.SkipWithError("pass-through program failed");
+            return;
+        }
+        program = pass.program();
+    } else if (which != Program::General) {
         program = variants.Prepare(variant, engine->shaderManager->GetProgram(), kGainMapVertexShader,
                                    engine->shaderManager->GetAttribute(0), engine->shaderManager->GetAttribute(1),
                                    chroma);
@@ -87,12 +100,19 @@ void Draw(benchmark::State& state, const Workload* workload, Program which)
             return;
         }
     }
-    DrawToFinish(engine, program, *workload);  // warm-up
+    const auto draw = [&]() {
+        if (which == Program::PassThrough) {
+            pass.DrawToFinish(engine->framebuffer, workload->outputWidth, workload->outputHeight);
+        } else {
+            DrawToFinish(engine, program, *workload);
+        }
+    };
+    draw();  // warm-up
     hdrbench::Samples samples;
     const double cpuStart = ProcessCpuMs();
     for (auto _ : state) {
         samples.Start();
-        DrawToFinish(engine, program, *workload);
+        draw();
         samples.Stop();
         samples.Next();
     }
@@ -114,6 +134,11 @@ void Register()
             ->Unit(benchmark::kMillisecond)
             ->Iterations(iterations);
         benchmark::RegisterBenchmark(hdrbench::Name("draw", "variant", w).c_str(), Draw, &w, Program::Variant)
+            ->UseRealTime()
+            ->Unit(benchmark::kMillisecond)
+            ->Iterations(iterations);
+        benchmark::RegisterBenchmark(hdrbench::Name("draw", "passthrough", w).c_str(), Draw, &w,
+                                     Program::PassThrough)
             ->UseRealTime()
             ->Unit(benchmark::kMillisecond)
             ->Iterations(iterations);

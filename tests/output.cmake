@@ -24,6 +24,5 @@ set_tests_properties(GainMapShaders.PassGlslangValidator PROPERTIES
 # The specialised gain-map texts and the flat-plane check: pure functions,
 # tested without EGL or GLES.
 add_executable(gain_map_variant_tests GainMapVariantTest.cpp ${PROJECT_SOURCE_DIR}/src/HdrGainMapVariant.cpp)
-target_include_directories(gain_map_variant_tests PRIVATE ${PROJECT_SOURCE_DIR}/src)
-target_link_libraries(gain_map_variant_tests PRIVATE GTest::gtest GTest::gtest_main)
+target_link_libraries(gain_map_variant_tests PRIVATE hdrgpu_internal GTest::gtest GTest::gtest_main)
 gtest_discover_tests(gain_map_variant_tests DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 60)

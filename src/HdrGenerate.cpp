@@ -14,6 +14,7 @@
 #include "HdrFullScreenQuad.h"
 #include "HdrGenerateShaders.h"
 #include "HdrGenerateTransferFunction.h"
+#include "HdrPlaneLimits.h"
 #include "HdrRender.h"
 #include "TSShaderManager.h"
 
@@ -349,6 +350,9 @@ int HdrGenerate::UpdateTextures()
         HDR_LOG("%d ERROR: Input data's size is wrong\n", __LINE__);
         return GPU_GENERATE_ERROR_BAD_INPUT;
     }
+    if (!HdrPlaneSizesAccepted(hdrInfo)) {
+        return GPU_GENERATE_ERROR_BAD_INPUT;
+    }
 
     if (initOption.usePBO) {
         // The planes reached their textures through UpdateDataEnd; prepare
@@ -439,6 +443,18 @@ void HdrGenerate::UpdatePBOs()
     uploadFence = glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
     if (!GL_error_check()) {
         HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+        // Some plane was not defined: hand out no buffer, so that the intake
+        // fails and no picture is drawn from it.
+        for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+            glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
+            if (mappedPlanes[plane] != nullptr) {
+                glUnmapBuffer(GL_PIXEL_UNPACK_BUFFER);
+            }
+            mappedPlanes[plane] = nullptr;
+            mappedBytes[plane] = 0;
+            streamedSizes[plane][0] = streamedSizes[plane][1] = 0;
+        }
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
     }
     glFlush();
     isPboIdle = false;
@@ -872,6 +888,9 @@ uint8_t** HdrGenerate::setHdrInfo(HdrInfo* _hdrInfo)
     glUseProgram(program);
 
     if (initOption.usePBO) {
+        if (!HdrOutputSizeAccepted(h.outputWidth, h.outputHeight)) {
+            return nullptr;
+        }
         // A new surface for every picture, whether or not its size changed.
         if (updateTBM() != GPU_GENERATE_SUCCESS) {
             HDR_LOG("%d ERROR: updateTBM error\n", __LINE__);

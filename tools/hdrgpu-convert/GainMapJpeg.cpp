@@ -1,6 +1,7 @@
 #include "GainMapJpeg.h"
 
 #include "ExifOrientation.h"
+#include "FloatMetadata.h"
 #include "HdrgmXmp.h"
 #include "IsoGainMap.h"
 #include "JpegSegments.h"
@@ -205,7 +206,8 @@ bool ValidateGainMapMetadata(const GainMapMetadata& m, std::string* reason)
     if (!(m.hdrCapacityMax > m.hdrCapacityMin)) {
         return Refuse(reason, "gain map metadata has HDRCapacityMax <= HDRCapacityMin");
     }
-    return true;
+    // The library receives floats.
+    return CheckMetadataAsFloat(m, reason);
 }
 
 bool ParseGainMapJpeg(const uint8_t* data, size_t size, GainMapJpeg* out, std::string* reason)

@@ -229,6 +229,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         case 6:
             host.Describe(p);
             GpuGenerateHdr(&host.info);
+            // In the streaming mode the one-shot's intake maps the buffers
+            // for its own record when it succeeds, and its result does not
+            // say whether it did: the host knows the sizes again only after
+            // its next successful GpuGenerateHdrSetHdrInfo.
+            host.mappings = nullptr;
             break;
         case 7:
             GpuGenerateGetTBM();

@@ -289,6 +289,14 @@ TEST(ConvertDeclaredSize, MaxMegapixelsLowersTheCap)
     EXPECT_EQ(ok.exitCode, 0) << ok.err;
 }
 
+TEST(ConvertDeclaredSize, HelpDescribesMaxMegapixels)
+{
+    const converttest::CommandResult r = converttest::RunConverter({"--help"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_TRUE(Contains(r.out, "--max-megapixels N")) << r.out;
+    EXPECT_TRUE(Contains(r.out, "(default 120)")) << r.out;
+}
+
 TEST(ConvertDeclaredSize, MaxMegapixelsTakesAPositiveNumber)
 {
     for (const char* bad : {"0", "-3", "many"}) {

@@ -88,7 +88,7 @@ enum GpuGenerateResult : int32_t {
     GPU_GENERATE_ERROR_NO_PROGRAM = 9,      // shader program missing
     GPU_GENERATE_ERROR_SETTINGS = 10,       // factory settings unreadable or out of range
     GPU_GENERATE_ERROR_GL = 11,             // GL error pending or framebuffer incomplete
-    GPU_GENERATE_ERROR_CALL_ORDER = 12,     // call-order violation
+    GPU_GENERATE_ERROR_CALL_ORDER = 12,     // call-order violation, or another call still in progress
     GPU_GENERATE_ERROR_BAD_INPUT = 13,      // null record or bad input
     GPU_GENERATE_ERROR_FENCE_WAIT = 14,     // waiting on the upload fence failed
     GPU_GENERATE_ERROR_FENCE_TIMEOUT = 15,  // upload fence not signalled within one second
@@ -97,7 +97,9 @@ enum GpuGenerateResult : int32_t {
 // Entry points. C++ linkage (the two GpuGenerateHdr overloads coexist). The
 // library runs on the calling thread and restores the caller's EGL binding on
 // return; calls must be serialised by the host and made from the thread that
-// initialised the library.
+// initialised the library. A call made while another thread's call is still
+// inside the library is refused and logged: 12, null, 0 or -1 by the entry
+// point's result type, and nothing for GpuGenerateHdrDestroy.
 
 // Creates the calling thread's EGL context on option.eglDisplay and the
 // engine. 0 on success; 1 if this thread is already initialised; from the

@@ -152,6 +152,7 @@ private:
     // available); logs the result.
     int32_t ComputeApl(const uint8_t* plane, int32_t available, int width, int height);
     DataInfo PlaneOf(int plane) const;
+    void ForgetMappings();
 
     void ApplyDirectModeOutput();
     void ReleaseOutputSurface(EGLInfo& egl);

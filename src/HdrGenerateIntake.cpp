@@ -5,6 +5,7 @@
 
 #include "HdrCommon.h"
 #include "HdrGenerate.h"
+#include "HdrPlaneLimits.h"
 
 #include <cstring>
 
@@ -69,6 +70,9 @@ uint8_t** HdrGenerate::setHdrInfo(HdrInfo* _hdrInfo)
     glUseProgram(program);
 
     if (initOption.usePBO) {
+        if (!HdrOutputSizeAccepted(h.outputWidth, h.outputHeight)) {
+            return nullptr;
+        }
         // A new surface for every picture, whether or not its size changed.
         if (updateTBM() != GPU_GENERATE_SUCCESS) {
             HDR_LOG("%d ERROR: updateTBM error\n", __LINE__);

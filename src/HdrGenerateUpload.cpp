@@ -8,6 +8,7 @@
 
 #include "HdrCommon.h"
 #include "HdrGenerate.h"
+#include "HdrPlaneLimits.h"
 #include "HdrThreadContext.h"
 
 namespace {
@@ -100,6 +101,9 @@ int HdrGenerate::UpdateTextures()
         HDR_LOG("%d ERROR: Input data's size is wrong\n", __LINE__);
         return GPU_GENERATE_ERROR_BAD_INPUT;
     }
+    if (!HdrPlaneSizesAccepted(hdrInfo)) {
+        return GPU_GENERATE_ERROR_BAD_INPUT;
+    }
 
     if (initOption.usePBO) {
         // The planes reached their textures through UpdateDataEnd; prepare
@@ -188,10 +192,27 @@ void HdrGenerate::UpdatePBOs()
     uploadFence = glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
     if (!GL_error_check()) {
         HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+        ForgetMappings();
     }
     glFlush();
     isPboIdle = false;
     HDR_LOG("HdrGenerate::UpdatePBOs end");
+}
+
+// Some plane was not defined: hand out no buffer, so that the intake fails
+// and no picture is drawn from it.
+void HdrGenerate::ForgetMappings()
+{
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
+        if (mappedPlanes[plane] != nullptr) {
+            glUnmapBuffer(GL_PIXEL_UNPACK_BUFFER);
+        }
+        mappedPlanes[plane] = nullptr;
+        mappedBytes[plane] = 0;
+        streamedSizes[plane][0] = streamedSizes[plane][1] = 0;
+    }
+    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
 }
 
 int HdrGenerate::UpdatePBOsFinished()

@@ -3,6 +3,7 @@
 // thread's context around its work, so the host's binding is back on return.
 #include "HdrGpuBackend.h"
 
+#include "HdrCallGuard.h"
 #include "HdrCommon.h"
 #include "HdrGenerate.h"
 #include "HdrRender.h"
@@ -23,6 +24,7 @@ void ShareOutputSize(const HdrGenerate& engine)
 
 int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option)
 {
+    HDR_CALL_GUARD(GPU_GENERATE_ERROR_CALL_ORDER)
     HDR_LOG("GpuGenerateHdrInit start");
     HdrRender* render = HdrRender::GetInstance();
     if (render->IsInited()) {
@@ -64,6 +66,7 @@ int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option)
 
 uint8_t** GpuGenerateHdrSetHdrInfo(HdrInfo* hdrInfo)
 {
+    HDR_CALL_GUARD(nullptr)
     HDR_LOG("GpuGenerateHdrSetHdrInfo start");
     if (hdrInfo == nullptr) {
         HDR_LOG("%d ERROR: hdrInfo == nullptr\n", __LINE__);
@@ -107,16 +110,19 @@ uint8_t** GpuGenerateHdrSetHdrInfo(HdrInfo* hdrInfo)
 
 int GpuGenerateHdrUpdateDataBegin(int& plane)
 {
+    HDR_CALL_GUARD(0)
     return HdrGenerate::GetInstance()->UpdateDataBegin(plane) ? 1 : 0;
 }
 
 int GpuGenerateHdrUpdateDataEnd(int& width, int& height)
 {
+    HDR_CALL_GUARD(0)
     return HdrGenerate::GetInstance()->UpdateDataEnd(width, height) ? 1 : 0;
 }
 
 int GpuGenerateHdr()
 {
+    HDR_CALL_GUARD(GPU_GENERATE_ERROR_CALL_ORDER)
     HDR_LOG("GpuGenerateHdr start");
     HdrRender* render = HdrRender::GetInstance();
     if (!render->IsInited()) {
@@ -147,6 +153,7 @@ int GpuGenerateHdr()
 
 int GpuGenerateHdr(HdrInfo* hdrInfo)
 {
+    HDR_CALL_GUARD(GPU_GENERATE_ERROR_CALL_ORDER)
     HDR_LOG("GpuGenerateHdr start");
     if (hdrInfo == nullptr) {
         HDR_LOG("%d ERROR: hdrInfo == nullptr\n", __LINE__);
@@ -178,6 +185,7 @@ int GpuGenerateHdr(HdrInfo* hdrInfo)
 
 int GpuGenerateGetTBM()
 {
+    HDR_CALL_GUARD(GPU_GENERATE_NO_SURFACE)
     if (!HdrRender::GetInstance()->IsInited()) {
         HDR_LOG("%d ERROR: Not call GpuGenerateHdrInit or GpuGenerateHdrInit fail\n", __LINE__);
         return GPU_GENERATE_NO_SURFACE;
@@ -192,6 +200,7 @@ int GpuGenerateGetTBM()
 
 int GpuRender()
 {
+    HDR_CALL_GUARD(GPU_GENERATE_ERROR_CALL_ORDER)
     // On whatever context is current, before binding.
     glClearColor(1.0f, 1.0f, 1.0f, 0.1f);
     HdrScopedBinding binding;
@@ -207,6 +216,7 @@ int GpuRender()
 
 void GpuGenerateHdrDestroy()
 {
+    HDR_CALL_GUARD()
     HDR_LOG("GpuGenerateHdrDestroy start");
     if (!HdrRender::GetInstance()->IsInited()) {
         HDR_LOG("%d ERROR: Not call GpuGenerateHdrInit or GpuGenerateHdrInit fail\n", __LINE__);

@@ -446,6 +446,16 @@ inline bool StreamPlanes(uint8_t** mappings, const Picture& p)
     return true;
 }
 
+// The largest texture side of the implementation, read on a context of the
+// test's own (released again before returning).
+inline int32_t MaxTextureSize(EGLDisplay display)
+{
+    hdrtest::HostContext host(display);
+    GLint size = 0;
+    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &size);
+    return size;
+}
+
 inline bool AllUnmapped(uint8_t** mappings)
 {
     return std::all_of(mappings, mappings + 6, [](uint8_t* m) { return m == nullptr; });

@@ -1,6 +1,7 @@
 #include "GainMapJpeg.h"
 
 #include "ExifOrientation.h"
+#include "FloatMetadata.h"
 #include "HdrgmXmp.h"
 #include "IsoGainMap.h"
 #include "JpegSegments.h"
@@ -223,7 +224,8 @@ bool ValidateGainMapMetadata(const GainMapMetadata& m, std::string* reason)
     if (!(m.hdrCapacityMax > m.hdrCapacityMin)) {
         return Refuse(reason, "gain map metadata has HDRCapacityMax <= HDRCapacityMin");
     }
-    return true;
+    // The library receives floats.
+    return CheckMetadataAsFloat(m, reason);
 }
 
 // NOLINTNEXTLINE(readability-function-size): the container's steps in file order

@@ -1,5 +1,7 @@
 #include "JpegPlanes.h"
 
+#include "DeclaredSize.h"
+
 #include <csetjmp>
 #include <cstdio>  // jpeglib.h needs FILE
 #include <cstdlib>
@@ -97,7 +99,7 @@ std::string RefusedColourSpace(const jpeg_decompress_struct& cinfo)
     }
 }
 
-std::string SizeRefusal(const jpeg_decompress_struct& cinfo)
+std::string SizeRefusal(const jpeg_decompress_struct& cinfo, size_t size)
 {
     const long long pixels = static_cast<long long>(cinfo.image_width) * cinfo.image_height;
     if (cinfo.image_width < 1 || cinfo.image_height < 1) {
@@ -105,6 +107,14 @@ std::string SizeRefusal(const jpeg_decompress_struct& cinfo)
     }
     if (pixels > kMaxPixels) {
         return "image too large (" + std::to_string(cinfo.image_width) + "x" + std::to_string(cinfo.image_height) + ")";
+    }
+    // Nothing is allocated for a size the data cannot hold. Arithmetic coding
+    // has no such floor; only the pixel limits bound it.
+    const uint64_t least = MinimumHuffmanCodestreamBytes(cinfo.image_width, cinfo.image_height);
+    if (!cinfo.arith_code && size < least) {
+        return "JPEG data too small for its declared size (" + std::to_string(cinfo.image_width) + "x" +
+               std::to_string(cinfo.image_height) + " needs at least " + std::to_string(least) + " bytes, has " +
+               std::to_string(size) + ")";
     }
     return "";
 }
@@ -122,7 +132,7 @@ bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
     jpeg_read_header(cinfo, TRUE);
     *refusal = RefusedColourSpace(*cinfo);
     if (refusal->empty()) {
-        *refusal = SizeRefusal(*cinfo);
+        *refusal = SizeRefusal(*cinfo, size);
     }
     if (!refusal->empty()) {
         return false;
@@ -200,7 +210,7 @@ bool Header(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
     jpeg_read_header(cinfo, TRUE);
     *refusal = RefusedColourSpace(*cinfo);
     if (refusal->empty()) {
-        *refusal = SizeRefusal(*cinfo);
+        *refusal = SizeRefusal(*cinfo, size);
     }
     *width = static_cast<int>(cinfo->image_width);
     *height = static_cast<int>(cinfo->image_height);

@@ -102,6 +102,12 @@ void GainMapVariantPrograms::Release()
     failed_.fill(false);
 }
 
+void GainMapVariantPrograms::Forget()
+{
+    programs_.fill(0);
+    failed_.fill(false);
+}
+
 int GainMapVariantPrograms::BuiltCount() const
 {
     int count = 0;

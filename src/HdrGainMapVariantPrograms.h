@@ -29,6 +29,10 @@ public:
     // Deletes every program built so far (the owner's context current).
     void Release();
 
+    // Drops every program without a GL call: for when the engine is set up
+    // again on another context, where the old names mean nothing.
+    void Forget();
+
     // How many programs have been built (for tests).
     int BuiltCount() const;
 

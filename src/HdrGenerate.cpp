@@ -150,6 +150,8 @@ void HdrGenerate::DestroyInstance()
 int HdrGenerate::Init()
 {
     HDR_LOG("HdrGenerate::Init start");
+    // Programs built for an earlier set-up belong to that set-up's context.
+    variantPrograms.Forget();
     SetupShaders();  // a failure shows as program 0 at the first use
     glUseProgram(shaderManager->GetProgram());
 

@@ -62,7 +62,7 @@ done
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
   -DHDRGPU_USE_PLATFORM_PACKAGES=ON -DHDRGPU_NATIVE_SURFACE_IMAGES=OFF \
   -DHDRGPU_BUILD_BENCHMARKS=OFF
-targets=(hdrgpubackend abi_tests public_api_tests minimal_host)
+targets=(hdrgpubackend hdrgpu-convert abi_tests public_api_tests minimal_host)
 cmake --build "$build" -j "$jobs" --target "${targets[@]}"
 
 # --- Nothing of the stand-ins in or beside the library -----------------------

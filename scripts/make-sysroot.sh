@@ -25,25 +25,33 @@ if [ -f "$stamp" ] && [ "$(cat "$stamp")" = "$signature" ]; then
   exit 0
 fi
 
-if ! dpkg --print-foreign-architectures | grep -qx "$arch" && [ "$arch" != "$(dpkg --print-architecture)" ]; then
-  dpkg --add-architecture "$arch"
-  apt-get update -qq || true  # a mirror half-way through a sync must not stop us
-fi
+# apt works on a private state of its own for that architecture (package
+# lists, cache, an empty "installed" database): the machine's dpkg
+# architectures and package lists are not touched.
+state="$root.apt"
+mkdir -p "$state/lists/partial" "$state/cache/archives/partial" "$state/debs"
+: > "$state/status"
+apt_opts=(-o "APT::Architecture=$arch" -o "APT::Architectures::=$arch"
+          -o "Dir::State::Lists=$state/lists" -o "Dir::State::status=$state/status"
+          -o "Dir::Cache=$state/cache" -o "APT::Sandbox::User=root")
+# A mirror half-way through a sync may fail one index (security updates);
+# the main archive's are enough.
+apt-get "${apt_opts[@]}" update -qq || echo "make-sysroot: some $arch package lists could not be fetched" >&2
 
 # Every run-time and build-time package of that architecture the wanted ones
 # pull in (architecture-independent ones are tools or data we do not need).
 mapfile -t closure < <(
-  apt-cache depends --recurse --no-recommends --no-suggests --no-conflicts \
-      --no-breaks --no-replaces --no-enhances "${wanted[@]/%/:$arch}" 2>/dev/null |
-    grep -E "^[a-z0-9][^ <]*:$arch\$" | sort -u)
+  apt-cache "${apt_opts[@]}" depends --recurse --no-recommends --no-suggests --no-conflicts \
+      --no-breaks --no-replaces --no-enhances "${wanted[@]}" 2>/dev/null |
+    grep -E '^[a-z0-9][^ <:]*$' | sort -u)
 if [ ${#closure[@]} -lt ${#wanted[@]} ]; then
-  echo "make-sysroot: could not resolve the $arch packages (apt-get update?)" >&2
+  echo "make-sysroot: could not resolve the $arch packages" >&2
   exit 1
 fi
 
-debs="$root.debs"
-mkdir -p "$debs"
-(cd "$debs" && apt-get download -qq "${closure[@]}" "${headers[@]}" >&2)
+debs="$state/debs"
+rm -f "$debs"/*.deb
+(cd "$debs" && apt-get "${apt_opts[@]}" download -qq "${closure[@]}" "${headers[@]}" >&2)
 
 rm -rf "$root"
 mkdir -p "$root"

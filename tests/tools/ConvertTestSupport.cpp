@@ -146,17 +146,7 @@ CommandResult RunConverter(const std::vector<std::string>& args)
     const std::string base = FreshDirectory("run-output-" + std::to_string(getpid()) + "-" + std::to_string(++counter));
     const std::string outPath = base + "/stdout";
     const std::string errPath = base + "/stderr";
-    // A converter built for another architecture runs through the launcher
-    // named in HDRGPU_CONVERT_LAUNCHER (words separated by spaces), e.g.
-    // "scripts/target-run.sh armhf /opt/hdrgpu-sysroot/armhf".
-    std::vector<std::string> argv;
-    if (const char* launcher = std::getenv("HDRGPU_CONVERT_LAUNCHER")) {
-        std::istringstream words(launcher);
-        for (std::string word; words >> word;) {
-            argv.push_back(word);
-        }
-    }
-    argv.push_back(HDRGPU_CONVERT_EXE);
+    std::vector<std::string> argv{HDRGPU_CONVERT_EXE};
     argv.insert(argv.end(), args.begin(), args.end());
     std::vector<char*> cargv;
     for (std::string& a : argv) {

@@ -143,8 +143,11 @@ int GpuRender();
 // Releases the engine and the calling thread's EGL context.
 void GpuGenerateHdrDestroy();
 
-// The records cross the library boundary: their layout is fixed (LP64).
-static_assert(sizeof(void*) == 8, "the records' layout is defined for LP64");
+// The records cross the library boundary: their layout is fixed for LP64
+// (64-bit Linux); on ILP32 targets (i386, armhf) the same declarations take
+// their natural 32-bit layout, pinned here as well.
+#if defined(__LP64__)
+static_assert(sizeof(void*) == 8 && sizeof(long) == 8, "LP64");
 static_assert(offsetof(HdrInfo, nMainImageWidth) == 0, "HdrInfo ABI");
 static_assert(offsetof(HdrInfo, nMainImageHeight) == 4, "HdrInfo ABI");
 static_assert(offsetof(HdrInfo, mainImagePlanes) == 8, "HdrInfo ABI");
@@ -184,6 +187,50 @@ static_assert(offsetof(GpuGenerateHdrInitOption, outputYUV) == 16, "GpuGenerateH
 static_assert(offsetof(GpuGenerateHdrInitOption, usePBO) == 17, "GpuGenerateHdrInitOption ABI");
 static_assert(sizeof(GpuGenerateHdrInitOption) == 24 && alignof(GpuGenerateHdrInitOption) == 8,
               "GpuGenerateHdrInitOption ABI");
+#elif defined(__ILP32__) || (defined(__SIZEOF_POINTER__) && __SIZEOF_POINTER__ == 4 && __SIZEOF_LONG__ == 4)
+static_assert(sizeof(void*) == 4 && sizeof(long) == 4, "ILP32");
+static_assert(offsetof(HdrInfo, nMainImageWidth) == 0, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, nMainImageHeight) == 4, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, mainImagePlanes) == 8, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, nGainMapWidth) == 20, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, nGainMapHeight) == 24, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gainMapPlanes) == 28, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gainMapMin) == 40, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gainMapMax) == 56, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gamma) == 72, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, offsetSdr) == 88, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, offsetHdr) == 104, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, hdrCapacityMin) == 120, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, hdrCapacityMax) == 124, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, MDB_V1) == 128, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, MDB_V2) == 132, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, MDB_T1) == 136, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, MDB_T2) == 140, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAMMA_MUL) == 144, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_P0) == 148, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_P1) == 152, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_P2) == 156, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_G0) == 160, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_G1) == 164, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_G2) == 168, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gamut) == 172, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, trfn) == 176, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, outputWidth) == 180, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, outputHeight) == 184, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, outputRotate) == 188, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, outputMirror) == 192, "HdrInfo ABI");
+static_assert(sizeof(HdrInfo) == 196 && alignof(HdrInfo) == 4, "HdrInfo ABI");
+
+static_assert(offsetof(GpuGenerateHdrInitOption, surfaceWidth) == 0, "GpuGenerateHdrInitOption ABI");
+static_assert(offsetof(GpuGenerateHdrInitOption, surfaceHeight) == 4, "GpuGenerateHdrInitOption ABI");
+static_assert(offsetof(GpuGenerateHdrInitOption, eglDisplay) == 8, "GpuGenerateHdrInitOption ABI");
+static_assert(offsetof(GpuGenerateHdrInitOption, outputYUV) == 12, "GpuGenerateHdrInitOption ABI");
+static_assert(offsetof(GpuGenerateHdrInitOption, usePBO) == 13, "GpuGenerateHdrInitOption ABI");
+static_assert(sizeof(GpuGenerateHdrInitOption) == 16 && alignof(GpuGenerateHdrInitOption) == 4,
+              "GpuGenerateHdrInitOption ABI");
+#else
+#error "the records' layout is defined for LP64 and ILP32 targets only"
+#endif
 
 static_assert(sizeof(hdr_color_gamut) == 4 && sizeof(hdr_transfer_function) == 4 &&
                   sizeof(GpuGenerateResult) == 4,

@@ -36,10 +36,10 @@ struct HdrInfo {
     float gainMapMin[4];  // log2 units, R, G, B (the fourth is not read)
     float gainMapMax[4];  // log2 units
     float gamma[4];
-    float offsetSdr[4];   // linear
-    float offsetHdr[4];   // linear
-    float hdrCapacityMin; // log2 units
-    float hdrCapacityMax; // log2 units
+    float offsetSdr[4];    // linear
+    float offsetHdr[4];    // linear
+    float hdrCapacityMin;  // log2 units
+    float hdrCapacityMax;  // log2 units
     // Carried, copied and logged with the record; the picture is always tuned
     // with the set's factory parameters, never with these.
     int32_t MDB_V1;
@@ -57,8 +57,8 @@ struct HdrInfo {
     hdr_transfer_function trfn;  // -1 (static_cast) means "not given"
     int32_t outputWidth;
     int32_t outputHeight;
-    int32_t outputRotate; // 1, 2, 3: -90, -180, -270 degrees; anything else: none
-    bool outputMirror;    // mirror horizontally
+    int32_t outputRotate;  // 1, 2, 3: -90, -180, -270 degrees; anything else: none
+    bool outputMirror;     // mirror horizontally
 };
 
 // Initialisation options. In the direct mode (usePBO false) the output surface
@@ -68,14 +68,14 @@ struct HdrInfo {
 struct GpuGenerateHdrInitOption {
     int32_t surfaceWidth;
     int32_t surfaceHeight;
-    void* eglDisplay; // EGLDisplay on which the library creates its contexts
-    bool outputYUV;   // ask for YUV output instead of RGB
-    bool usePBO;      // streaming mode
+    void* eglDisplay;  // EGLDisplay on which the library creates its contexts
+    bool outputYUV;    // ask for YUV output instead of RGB
+    bool usePBO;       // streaming mode
 };
 
 // Result codes of the entry points and of the engine.
 enum GpuGenerateResult : int32_t {
-    GPU_GENERATE_NO_SURFACE = -1,           // no output surface to hand out
+    GPU_GENERATE_NO_SURFACE = -1,  // no output surface to hand out
     GPU_GENERATE_SUCCESS = 0,
     GPU_GENERATE_ERROR_INIT_TWICE = 1,      // initialised already on this thread
     GPU_GENERATE_ERROR_NO_DISPLAY = 2,      // no EGL display given and none current
@@ -232,8 +232,7 @@ static_assert(sizeof(GpuGenerateHdrInitOption) == 16 && alignof(GpuGenerateHdrIn
 #error "the records' layout is defined for LP64 and ILP32 targets only"
 #endif
 
-static_assert(sizeof(hdr_color_gamut) == 4 && sizeof(hdr_transfer_function) == 4 &&
-                  sizeof(GpuGenerateResult) == 4,
+static_assert(sizeof(hdr_color_gamut) == 4 && sizeof(hdr_transfer_function) == 4 && sizeof(GpuGenerateResult) == 4,
               "enumerations are stored as int32");
 
 #endif

@@ -56,12 +56,11 @@ private:
 // First line of every entry point: refuses the call, logged, with
 // failureValue (empty for a function without a result) while another
 // thread's call is in progress.
-#define HDR_CALL_GUARD(failureValue)                                                                        \
-    HdrCallGuard hdrCallGuard;                                                                              \
-    if (hdrCallGuard.Refused()) {                                                                           \
-        HDR_LOG("%d ERROR: another call into the library is in progress, calls must be serialised\n",       \
-                __LINE__);                                                                                  \
-        return failureValue;                                                                                \
+#define HDR_CALL_GUARD(failureValue)                                                                             \
+    HdrCallGuard hdrCallGuard;                                                                                   \
+    if (hdrCallGuard.Refused()) {                                                                                \
+        HDR_LOG("%d ERROR: another call into the library is in progress, calls must be serialised\n", __LINE__); \
+        return failureValue;                                                                                     \
     }
 
 #endif

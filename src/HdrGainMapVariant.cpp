@@ -136,7 +136,7 @@ const char* const kMainEnd =
     "\tfragColor = vec4(result, 1.0);\n"
     "}\n";
 
-} // namespace
+}  // namespace
 
 int GainMapVariantIndex(const GainMapVariant& variant)
 {

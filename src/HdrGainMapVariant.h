@@ -12,10 +12,10 @@
 #include <string>
 
 struct GainMapVariant {
-    int32_t inputCurve = 0;      // inputTrfnType: 0 none, 1 HLG-like, 2 PQ-like, 3 parametric
-    bool applyGamma = false;     // noGamma != 1
-    bool outputYuv = false;      // bOutputYUV == 1
-    bool flatGainChroma = false; // gain-map U and V planes each hold one value
+    int32_t inputCurve = 0;       // inputTrfnType: 0 none, 1 HLG-like, 2 PQ-like, 3 parametric
+    bool applyGamma = false;      // noGamma != 1
+    bool outputYuv = false;       // bOutputYUV == 1
+    bool flatGainChroma = false;  // gain-map U and V planes each hold one value
 };
 
 constexpr int kGainMapVariantCount = 4 * 2 * 2 * 2;

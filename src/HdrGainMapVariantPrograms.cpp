@@ -29,10 +29,10 @@ GLuint CompileStage(GLenum kind, const char* source)
     return shader;
 }
 
-} // namespace
+}  // namespace
 
-GLuint GainMapVariantPrograms::Build(const GainMapVariant& variant, const char* vertexSource,
-                                     GLint positionLocation, GLint texcoordLocation)
+GLuint GainMapVariantPrograms::Build(const GainMapVariant& variant, const char* vertexSource, GLint positionLocation,
+                                     GLint texcoordLocation)
 {
     const std::string fragmentSource = GainMapVariantFragmentSource(variant);
     const GLuint vertex = CompileStage(GL_VERTEX_SHADER, vertexSource);
@@ -66,8 +66,8 @@ GLuint GainMapVariantPrograms::Build(const GainMapVariant& variant, const char* 
 }
 
 GLuint GainMapVariantPrograms::Prepare(const GainMapVariant& variant, GLuint registeredProgram,
-                                       const char* vertexSource, GLint positionLocation,
-                                       GLint texcoordLocation, const float flatChroma[3])
+                                       const char* vertexSource, GLint positionLocation, GLint texcoordLocation,
+                                       const float flatChroma[3])
 {
     const int index = GainMapVariantIndex(variant);
     if (index < 0 || registeredProgram == 0 || failed_[index]) {

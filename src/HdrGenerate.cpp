@@ -368,9 +368,9 @@ GLuint HdrGenerate::DrawProgram(GLuint registered)
     variant.flatGainChroma = gainChroma.Flat();
     float chromaOffset[3] = {0.0f, 0.0f, 0.0f};
     gainChroma.Offset(chromaOffset);
-    const GLuint program = variantPrograms.Prepare(variant, registered, kGainMapVertexShader,
-                                                   Attribute(ATTRIBUTE_POSITION), Attribute(ATTRIBUTE_TEXCOORD),
-                                                   chromaOffset);
+    const GLuint program =
+        variantPrograms.Prepare(variant, registered, kGainMapVertexShader, Attribute(ATTRIBUTE_POSITION),
+                                Attribute(ATTRIBUTE_TEXCOORD), chromaOffset);
     return program != 0 ? program : registered;
 }
 

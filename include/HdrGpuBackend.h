@@ -36,10 +36,10 @@ struct HdrInfo {
     float gainMapMin[4];  // log2 units, R, G, B (the fourth is not read)
     float gainMapMax[4];  // log2 units
     float gamma[4];
-    float offsetSdr[4];   // linear
-    float offsetHdr[4];   // linear
-    float hdrCapacityMin; // log2 units
-    float hdrCapacityMax; // log2 units
+    float offsetSdr[4];    // linear
+    float offsetHdr[4];    // linear
+    float hdrCapacityMin;  // log2 units
+    float hdrCapacityMax;  // log2 units
     // Carried, copied and logged with the record; the picture is always tuned
     // with the set's factory parameters, never with these.
     int32_t MDB_V1;
@@ -57,8 +57,8 @@ struct HdrInfo {
     hdr_transfer_function trfn;  // -1 (static_cast) means "not given"
     int32_t outputWidth;
     int32_t outputHeight;
-    int32_t outputRotate; // 1, 2, 3: -90, -180, -270 degrees; anything else: none
-    bool outputMirror;    // mirror horizontally
+    int32_t outputRotate;  // 1, 2, 3: -90, -180, -270 degrees; anything else: none
+    bool outputMirror;     // mirror horizontally
 };
 
 // Initialisation options. In the direct mode (usePBO false) the output surface
@@ -68,14 +68,14 @@ struct HdrInfo {
 struct GpuGenerateHdrInitOption {
     int32_t surfaceWidth;
     int32_t surfaceHeight;
-    void* eglDisplay; // EGLDisplay on which the library creates its contexts
-    bool outputYUV;   // ask for YUV output instead of RGB
-    bool usePBO;      // streaming mode
+    void* eglDisplay;  // EGLDisplay on which the library creates its contexts
+    bool outputYUV;    // ask for YUV output instead of RGB
+    bool usePBO;       // streaming mode
 };
 
 // Result codes of the entry points and of the engine.
 enum GpuGenerateResult : int32_t {
-    GPU_GENERATE_NO_SURFACE = -1,           // no output surface to hand out
+    GPU_GENERATE_NO_SURFACE = -1,  // no output surface to hand out
     GPU_GENERATE_SUCCESS = 0,
     GPU_GENERATE_ERROR_INIT_TWICE = 1,      // initialised already on this thread
     GPU_GENERATE_ERROR_NO_DISPLAY = 2,      // no EGL display given and none current
@@ -88,7 +88,7 @@ enum GpuGenerateResult : int32_t {
     GPU_GENERATE_ERROR_NO_PROGRAM = 9,      // shader program missing
     GPU_GENERATE_ERROR_SETTINGS = 10,       // factory settings unreadable or out of range
     GPU_GENERATE_ERROR_GL = 11,             // GL error pending or framebuffer incomplete
-    GPU_GENERATE_ERROR_CALL_ORDER = 12,     // call-order violation
+    GPU_GENERATE_ERROR_CALL_ORDER = 12,     // call-order violation, or another call still in progress
     GPU_GENERATE_ERROR_BAD_INPUT = 13,      // null record or bad input
     GPU_GENERATE_ERROR_FENCE_WAIT = 14,     // waiting on the upload fence failed
     GPU_GENERATE_ERROR_FENCE_TIMEOUT = 15,  // upload fence not signalled within one second
@@ -97,11 +97,17 @@ enum GpuGenerateResult : int32_t {
 // Entry points. C++ linkage (the two GpuGenerateHdr overloads coexist). The
 // library runs on the calling thread and restores the caller's EGL binding on
 // return; calls must be serialised by the host and made from the thread that
-// initialised the library.
+// initialised the library. A call made while another thread's call is still
+// inside the library is refused and logged: 12, null, 0 or -1 by the entry
+// point's result type, and nothing for GpuGenerateHdrDestroy.
 
 // Creates the calling thread's EGL context on option.eglDisplay and the
-// engine. 0 on success; 1 if this thread is already initialised; 2 no display;
-// 4 context refused; 5/6 first bind/unbind failed; 7, 8, 9, 11 engine set-up.
+// engine. 0 on success; 1 if this thread is already initialised; from the
+// context registry's own set-up: 2 no display, 4 context refused, 5/6 its
+// bind/unbind failed, 11 its draw pass failed (all torn down again); 5 if the
+// bind around the engine's set-up failed; 6 if the engine's set-up failed
+// (it is torn down while bound, so the final unbind finds no context) or
+// that unbind failed.
 int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option);
 
 // Stores the metadata (a gamut or trfn of -1 is replaced in the caller's
@@ -118,9 +124,13 @@ int GpuGenerateHdrUpdateDataBegin(int& plane);
 int GpuGenerateHdrUpdateDataEnd(int& width, int& height);
 
 // Draws with the metadata of the last successful GpuGenerateHdrSetHdrInfo;
-// one draw per successful SetHdrInfo.
+// one draw per successful SetHdrInfo. 0 on success; 12 not initialised or no
+// successful SetHdrInfo since the last draw; 3 bind or unbind failed; from
+// the draw: 9 no program, 13 gamut or trfn out of range, 11 GL error.
 int GpuGenerateHdr();
 // One shot: stores the metadata, uploads and draws (no defaults applied).
+// 13 for a null record; otherwise as above except 12 only when not
+// initialised. A failed store or upload is not reported: the draw goes on.
 int GpuGenerateHdr(HdrInfo* hdrInfo);
 
 // The output tbm surface handle, narrowed to 32 bits, once a draw has
@@ -133,8 +143,11 @@ int GpuRender();
 // Releases the engine and the calling thread's EGL context.
 void GpuGenerateHdrDestroy();
 
-// The records cross the library boundary: their layout is fixed (LP64).
-static_assert(sizeof(void*) == 8, "the records' layout is defined for LP64");
+// The records cross the library boundary: their layout is fixed for LP64
+// (64-bit Linux); on ILP32 targets (i386, armhf) the same declarations take
+// their natural 32-bit layout, pinned here as well.
+#if defined(__LP64__)
+static_assert(sizeof(void*) == 8 && sizeof(long) == 8, "LP64");
 static_assert(offsetof(HdrInfo, nMainImageWidth) == 0, "HdrInfo ABI");
 static_assert(offsetof(HdrInfo, nMainImageHeight) == 4, "HdrInfo ABI");
 static_assert(offsetof(HdrInfo, mainImagePlanes) == 8, "HdrInfo ABI");
@@ -174,9 +187,52 @@ static_assert(offsetof(GpuGenerateHdrInitOption, outputYUV) == 16, "GpuGenerateH
 static_assert(offsetof(GpuGenerateHdrInitOption, usePBO) == 17, "GpuGenerateHdrInitOption ABI");
 static_assert(sizeof(GpuGenerateHdrInitOption) == 24 && alignof(GpuGenerateHdrInitOption) == 8,
               "GpuGenerateHdrInitOption ABI");
+#elif defined(__ILP32__) || (defined(__SIZEOF_POINTER__) && __SIZEOF_POINTER__ == 4 && __SIZEOF_LONG__ == 4)
+static_assert(sizeof(void*) == 4 && sizeof(long) == 4, "ILP32");
+static_assert(offsetof(HdrInfo, nMainImageWidth) == 0, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, nMainImageHeight) == 4, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, mainImagePlanes) == 8, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, nGainMapWidth) == 20, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, nGainMapHeight) == 24, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gainMapPlanes) == 28, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gainMapMin) == 40, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gainMapMax) == 56, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gamma) == 72, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, offsetSdr) == 88, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, offsetHdr) == 104, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, hdrCapacityMin) == 120, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, hdrCapacityMax) == 124, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, MDB_V1) == 128, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, MDB_V2) == 132, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, MDB_T1) == 136, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, MDB_T2) == 140, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAMMA_MUL) == 144, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_P0) == 148, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_P1) == 152, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_P2) == 156, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_G0) == 160, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_G1) == 164, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, GAIN_CURVE_G2) == 168, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, gamut) == 172, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, trfn) == 176, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, outputWidth) == 180, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, outputHeight) == 184, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, outputRotate) == 188, "HdrInfo ABI");
+static_assert(offsetof(HdrInfo, outputMirror) == 192, "HdrInfo ABI");
+static_assert(sizeof(HdrInfo) == 196 && alignof(HdrInfo) == 4, "HdrInfo ABI");
 
-static_assert(sizeof(hdr_color_gamut) == 4 && sizeof(hdr_transfer_function) == 4 &&
-                  sizeof(GpuGenerateResult) == 4,
+static_assert(offsetof(GpuGenerateHdrInitOption, surfaceWidth) == 0, "GpuGenerateHdrInitOption ABI");
+static_assert(offsetof(GpuGenerateHdrInitOption, surfaceHeight) == 4, "GpuGenerateHdrInitOption ABI");
+static_assert(offsetof(GpuGenerateHdrInitOption, eglDisplay) == 8, "GpuGenerateHdrInitOption ABI");
+static_assert(offsetof(GpuGenerateHdrInitOption, outputYUV) == 12, "GpuGenerateHdrInitOption ABI");
+static_assert(offsetof(GpuGenerateHdrInitOption, usePBO) == 13, "GpuGenerateHdrInitOption ABI");
+static_assert(sizeof(GpuGenerateHdrInitOption) == 16 && alignof(GpuGenerateHdrInitOption) == 4,
+              "GpuGenerateHdrInitOption ABI");
+#else
+#error "the records' layout is defined for LP64 and ILP32 targets only"
+#endif
+
+static_assert(sizeof(hdr_color_gamut) == 4 && sizeof(hdr_transfer_function) == 4 && sizeof(GpuGenerateResult) == 4,
               "enumerations are stored as int32");
 
 #endif

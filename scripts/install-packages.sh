@@ -9,6 +9,7 @@ packages=(
   libglm-dev libgtest-dev googletest libbenchmark-dev glslang-tools
   libxml2-dev libjpeg62-turbo-dev libpng-dev clang libclang-rt-14-dev
   libavif-dev nlohmann-json3-dev dpkg-dev file python3 libjpeg-turbo-progs
+  clang-format clang-tidy
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -22,33 +22,40 @@ constexpr const char* HdrSourceBaseName(const char* path)
     return base;
 }
 
+// The file name every log line carries. A class whose sources are split by
+// job keeps the one name its hosts filter on: such a file defines
+// HDR_LOG_FILE before any include.
+#ifndef HDR_LOG_FILE
+#define HDR_LOG_FILE HdrSourceBaseName(__FILE__)
+#endif
+
 // One message, two copies: the platform log (main buffer, error priority,
 // tag "TSS", prefixed with file, function and line) and standard output
 // (the message alone, then a separately printed line break). The arguments
 // are evaluated once for each copy.
-#define HDR_LOG(fmt, ...)                                                                       \
-    do {                                                                                        \
-        __dlog_print(LOG_ID_MAIN, DLOG_ERROR, HDR_LOG_TAG, "%s: %s(%d) > " fmt,                 \
-                     HdrSourceBaseName(__FILE__), __func__, __LINE__, ##__VA_ARGS__);           \
-        printf(fmt, ##__VA_ARGS__);                                                             \
-        printf("\n");                                                                           \
+#define HDR_LOG(fmt, ...)                                                                                         \
+    do {                                                                                                          \
+        __dlog_print(LOG_ID_MAIN, DLOG_ERROR, HDR_LOG_TAG, "%s: %s(%d) > " fmt, HDR_LOG_FILE, __func__, __LINE__, \
+                     ##__VA_ARGS__);                                                                              \
+        printf(fmt, ##__VA_ARGS__);                                                                               \
+        printf("\n");                                                                                             \
     } while (0)
 
 // Lines that may carry sensitive detail go to the system buffer only.
-#define HDR_SECURE_LOG(fmt, ...)                                                                \
-    do {                                                                                        \
-        __dlog_print(LOG_ID_SYSTEM, DLOG_ERROR, HDR_LOG_TAG, "%s: %s(%d) > " fmt,               \
-                     HdrSourceBaseName(__FILE__), __func__, __LINE__, ##__VA_ARGS__);           \
+#define HDR_SECURE_LOG(fmt, ...)                                                                                    \
+    do {                                                                                                            \
+        __dlog_print(LOG_ID_SYSTEM, DLOG_ERROR, HDR_LOG_TAG, "%s: %s(%d) > " fmt, HDR_LOG_FILE, __func__, __LINE__, \
+                     ##__VA_ARGS__);                                                                                \
     } while (0)
 
 // A failed check is logged and makes the enclosing function return
 // failureValue; it never aborts.
-#define HDR_ASSERT(condition, failureValue)                                                     \
-    do {                                                                                        \
-        if (!(condition)) {                                                                     \
-            HDR_LOG("HDR_ASSERT[%s:%d] : %s", __func__, __LINE__, #condition);                  \
-            return failureValue;                                                                \
-        }                                                                                       \
+#define HDR_ASSERT(condition, failureValue)                                    \
+    do {                                                                       \
+        if (!(condition)) {                                                    \
+            HDR_LOG("HDR_ASSERT[%s:%d] : %s", __func__, __LINE__, #condition); \
+            return failureValue;                                               \
+        }                                                                      \
     } while (0)
 
 // Takes one error off the GL error queue; logs it and answers false, or

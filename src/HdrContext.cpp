@@ -12,10 +12,9 @@ namespace {
 
 // Names of the EGL error codes 0x3000..0x300E, indexed by code - 0x3000.
 const char* const eglErrorNames[] = {
-    "EGL_SUCCESS",         "EGL_NOT_INITIALIZED",     "EGL_BAD_ACCESS",      "EGL_BAD_ALLOC",
-    "EGL_BAD_ATTRIBUTE",   "EGL_BAD_CONFIG",          "EGL_BAD_CONTEXT",     "EGL_BAD_CURRENT_SURFACE",
-    "EGL_BAD_DISPLAY",     "EGL_BAD_MATCH",           "EGL_BAD_NATIVE_PIXMAP", "EGL_BAD_NATIVE_WINDOW",
-    "EGL_BAD_PARAMETER",   "EGL_BAD_SURFACE",         "EGL_CONTEXT_LOST",
+    "EGL_SUCCESS",           "EGL_NOT_INITIALIZED",   "EGL_BAD_ACCESS",          "EGL_BAD_ALLOC",   "EGL_BAD_ATTRIBUTE",
+    "EGL_BAD_CONFIG",        "EGL_BAD_CONTEXT",       "EGL_BAD_CURRENT_SURFACE", "EGL_BAD_DISPLAY", "EGL_BAD_MATCH",
+    "EGL_BAD_NATIVE_PIXMAP", "EGL_BAD_NATIVE_WINDOW", "EGL_BAD_PARAMETER",       "EGL_BAD_SURFACE", "EGL_CONTEXT_LOST",
 };
 
 }  // namespace
@@ -46,20 +45,18 @@ bool SetEGLInfo(EGLInfo& info, void* display, void* drawSurface, void* readSurfa
 
     // Each pointer is stored before it is tested: a failed lookup leaves a
     // null in its own field and the later fields as they were.
-    info.eglCreateImageKHRProc =
-        reinterpret_cast<PFNEGLCREATEIMAGEKHRPROC>(eglGetProcAddress("eglCreateImageKHR"));
+    info.eglCreateImageKHRProc = reinterpret_cast<PFNEGLCREATEIMAGEKHRPROC>(eglGetProcAddress("eglCreateImageKHR"));
     if (info.eglCreateImageKHRProc == nullptr) {
         HDR_LOG("%d ERROR: eglCreateImageKHRProc == null.\n", __LINE__);
         return false;
     }
-    info.eglDestroyImageKHRProc =
-        reinterpret_cast<PFNEGLDESTROYIMAGEKHRPROC>(eglGetProcAddress("eglDestroyImageKHR"));
+    info.eglDestroyImageKHRProc = reinterpret_cast<PFNEGLDESTROYIMAGEKHRPROC>(eglGetProcAddress("eglDestroyImageKHR"));
     if (info.eglDestroyImageKHRProc == nullptr) {
         HDR_LOG("%d ERROR: eglDestroyImageKHRProc == null.\n", __LINE__);
         return false;
     }
-    info.glEGLImageTargetTexture2DOESProc = reinterpret_cast<PFNGLEGLIMAGETARGETTEXTURE2DOESPROC>(
-        eglGetProcAddress("glEGLImageTargetTexture2DOES"));
+    info.glEGLImageTargetTexture2DOESProc =
+        reinterpret_cast<PFNGLEGLIMAGETARGETTEXTURE2DOESPROC>(eglGetProcAddress("glEGLImageTargetTexture2DOES"));
     if (info.glEGLImageTargetTexture2DOESProc == nullptr) {
         HDR_LOG("%d ERROR: glEGLImageTargetTexture2DOESProc == null.\n", __LINE__);
         return false;
@@ -81,19 +78,31 @@ bool CreateEGLContext(EGLInfo& info)
         return false;
     }
     HDR_LOG("CreateEGLContext 2.");
+    // clang-format off: one attribute and its value per line
     const EGLint configAttribs[] = {
-        EGL_RED_SIZE,        8,
-        EGL_GREEN_SIZE,      8,
-        EGL_BLUE_SIZE,       8,
-        EGL_ALPHA_SIZE,      EGL_DONT_CARE,
-        EGL_DEPTH_SIZE,      16,
-        EGL_STENCIL_SIZE,    0,
-        EGL_SURFACE_TYPE,    EGL_PBUFFER_BIT,
-        EGL_RENDERABLE_TYPE, EGL_OPENGL_ES2_BIT,
-        EGL_SAMPLE_BUFFERS,  1,
-        EGL_SAMPLES,         4,
+        EGL_RED_SIZE,
+        8,
+        EGL_GREEN_SIZE,
+        8,
+        EGL_BLUE_SIZE,
+        8,
+        EGL_ALPHA_SIZE,
+        EGL_DONT_CARE,
+        EGL_DEPTH_SIZE,
+        16,
+        EGL_STENCIL_SIZE,
+        0,
+        EGL_SURFACE_TYPE,
+        EGL_PBUFFER_BIT,
+        EGL_RENDERABLE_TYPE,
+        EGL_OPENGL_ES2_BIT,
+        EGL_SAMPLE_BUFFERS,
+        1,
+        EGL_SAMPLES,
+        4,
         EGL_NONE,
     };
+    // clang-format on
     HDR_LOG("CreateEGLContext 3.");
     EGLConfig config = nullptr;
     EGLint numConfigs = 1;
@@ -152,8 +161,7 @@ bool UnbindEGLContext(EGLInfo& info)
     }
     // Restored on the library's display whatever display the saved binding
     // belonged to; with nothing saved this releases the thread's binding.
-    if (eglMakeCurrent(info.display, info.prevDrawSurface, info.prevReadSurface, info.prevContext) !=
-        EGL_TRUE) {
+    if (eglMakeCurrent(info.display, info.prevDrawSurface, info.prevReadSurface, info.prevContext) != EGL_TRUE) {
         HDR_LOG("%d ERROR: fail to unbind egl context.", __LINE__);
         return false;
     }
@@ -217,15 +225,13 @@ void LogCreateImageError(EGLint error)
         HDR_LOG("%d ERROR: EGL_BAD_CONTEXT: Invalid EGLContext object\n", __LINE__);
         break;
     case EGL_BAD_PARAMETER:
-        HDR_LOG("%d ERROR: EGL_BAD_PARAMETER: Invalid target parameter or attribute in attrib_list\n",
-                __LINE__);
+        HDR_LOG("%d ERROR: EGL_BAD_PARAMETER: Invalid target parameter or attribute in attrib_list\n", __LINE__);
         break;
     case EGL_BAD_MATCH:
         HDR_LOG("%d ERROR: EGL_BAD_MATCH: attrib_list does not match target\n", __LINE__);
         break;
     case EGL_BAD_ACCESS:
-        HDR_LOG("%d ERROR: EGL_BAD_ACCESS: Previously bound off-screen, or EGLImage sibling error\n",
-                __LINE__);
+        HDR_LOG("%d ERROR: EGL_BAD_ACCESS: Previously bound off-screen, or EGLImage sibling error\n", __LINE__);
         break;
     case EGL_BAD_ALLOC:
         HDR_LOG("%d ERROR: EGL_BAD_ALLOC: Insufficient memory is available\n", __LINE__);
@@ -241,8 +247,7 @@ void* CreateSurfaceCopyImage(void* buffer)
     const int width = tbm_surface_get_width(surface);
     const int height = tbm_surface_get_height(surface);
     const tbm_format format = tbm_surface_get_format(surface);
-    if (width < 1 || height < 1 ||
-        (format != TBM_FORMAT_RGBA8888 && format != TBM_FORMAT_ABGR8888)) {
+    if (width < 1 || height < 1 || (format != TBM_FORMAT_RGBA8888 && format != TBM_FORMAT_ABGR8888)) {
         return nullptr;  // what EGL reports as EGL_BAD_PARAMETER
     }
     return new SurfaceCopyImage{surface, width, height, 0};
@@ -312,9 +317,10 @@ void DestroyImageKHR(EGLInfo& info, void* image)
                 HDR_LOG("%d ERROR: EGL_BAD_DISPLAY: Invalid EGLDisplay object\n", __LINE__);
                 break;
             case EGL_BAD_PARAMETER:
-                HDR_LOG("%d ERROR: EGL_BAD_PARAMETER: eglImage is not a valid EGLImageKHR object created "
-                        "with respect to EGLDisplay\n",
-                        __LINE__);
+                HDR_LOG(
+                    "%d ERROR: EGL_BAD_PARAMETER: eglImage is not a valid EGLImageKHR object created "
+                    "with respect to EGLDisplay\n",
+                    __LINE__);
                 break;
             case EGL_BAD_ACCESS:
                 HDR_LOG("%d ERROR: EGL_BAD_ACCESS: EGLImage sibling error\n", __LINE__);
@@ -338,8 +344,8 @@ void TargetTextureKHR(EGLInfo& info, void* image)
             GLint bound = 0;
             glGetIntegerv(GL_TEXTURE_BINDING_2D, &bound);
             copyImage->texture = static_cast<GLuint>(bound);
-            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, copyImage->width, copyImage->height, 0, GL_RGBA,
-                         GL_UNSIGNED_BYTE, nullptr);
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, copyImage->width, copyImage->height, 0, GL_RGBA, GL_UNSIGNED_BYTE,
+                         nullptr);
         }
         const GLenum error = glGetError();
         if (error != GL_NO_ERROR) {
@@ -354,8 +360,8 @@ void TargetTextureKHR(EGLInfo& info, void* image)
 
 void* PrepareTBMEglTexture(EGLInfo& info, int buffer, const void* image)
 {
-    const intptr_t widened = buffer;  // sign extension back to pointer width
-    return PrepareTBMEglTexture(info, reinterpret_cast<void*>(widened), image);
+    const intptr_t widened = buffer;                                             // sign extension back to pointer width
+    return PrepareTBMEglTexture(info, reinterpret_cast<void*>(widened), image);  // NOLINT(performance-no-int-to-ptr)
 }
 
 void* PrepareTBMEglTexture(EGLInfo& info, void* buffer, const void* image)
@@ -397,8 +403,8 @@ bool CopyImageToSurface(void* image, GLuint framebuffer)
     const int height = copyImage->height;
     if (plane.stride % 4 != 0 || plane.stride / 4 < static_cast<uint32_t>(width) ||
         static_cast<uint64_t>(plane.stride) * static_cast<uint64_t>(height) > plane.size) {
-        HDR_LOG("%d ERROR: surface layout (stride %u, size %u) does not hold %d x %d pixels\n", __LINE__,
-                plane.stride, plane.size, width, height);
+        HDR_LOG("%d ERROR: surface layout (stride %u, size %u) does not hold %d x %d pixels\n", __LINE__, plane.stride,
+                plane.size, width, height);
         tbm_surface_unmap(copyImage->surface);
         return false;
     }

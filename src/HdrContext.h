@@ -10,10 +10,10 @@
 #include <GLES2/gl2ext.h>
 
 struct EGLInfo {
-    EGLDisplay display;        // not owned; null means "no display"
-    EGLSurface drawSurface;    // not owned
-    EGLSurface readSurface;    // not owned
-    EGLContext context;        // the library's own context
+    EGLDisplay display;      // not owned; null means "no display"
+    EGLSurface drawSurface;  // not owned
+    EGLSurface readSurface;  // not owned
+    EGLContext context;      // the library's own context
     EGLSurface prevDrawSurface;
     EGLSurface prevReadSurface;
     EGLContext prevContext;

@@ -11,14 +11,12 @@
 namespace {
 
 // One unsigned comparison: a negative value wraps above any maximum.
-bool CheckValueIllegalImpl(const std::string& source, const std::string& name, int value, int min,
-                           int max)
+bool CheckValueIllegalImpl(const std::string& source, const std::string& name, int value, int min, int max)
 {
     if (static_cast<unsigned>(value) <= static_cast<unsigned>(max)) {
         return true;
     }
-    HDR_LOG("%s ERROR: settings file value(%s, %d) illegal: %d ~ %d\n", source.c_str(), name.c_str(),
-            value, min, max);
+    HDR_LOG("%s ERROR: settings file value(%s, %d) illegal: %d ~ %d\n", source.c_str(), name.c_str(), value, min, max);
     return false;
 }
 
@@ -140,10 +138,9 @@ bool HdrFactorySettings::GetParameterInFile(const std::string& path, Parameter& 
         "MDB_V1",        "MDB_V2",        "MDB_T1",        "MDB_T2",        "GAMMA_MUL",     "GAIN_CURVE_P0",
         "GAIN_CURVE_P1", "GAIN_CURVE_P2", "GAIN_CURVE_G0", "GAIN_CURVE_G1", "GAIN_CURVE_G2",
     };
-    int32_t* const fields[11] = {&param.MDB_V1,        &param.MDB_V2,        &param.MDB_T1,
-                                 &param.MDB_T2,        &param.GAMMA_MUL,     &param.GAIN_CURVE_P0,
-                                 &param.GAIN_CURVE_P1, &param.GAIN_CURVE_P2, &param.GAIN_CURVE_G0,
-                                 &param.GAIN_CURVE_G1, &param.GAIN_CURVE_G2};
+    int32_t* const fields[11] = {&param.MDB_V1,        &param.MDB_V2,        &param.MDB_T1,        &param.MDB_T2,
+                                 &param.GAMMA_MUL,     &param.GAIN_CURVE_P0, &param.GAIN_CURVE_P1, &param.GAIN_CURVE_P2,
+                                 &param.GAIN_CURVE_G0, &param.GAIN_CURVE_G1, &param.GAIN_CURVE_G2};
     // Values land here first and reach param only at the end of the file,
     // so a value that throws leaves param as it was.
     int32_t values[11];

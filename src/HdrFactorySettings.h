@@ -13,17 +13,17 @@ public:
     // are 512 = 1.0. The field names are also the settings-file keys. A
     // value-initialised record holds the factory defaults.
     struct Parameter {
-        int32_t MDB_V1 = 128;        // 0..1023, display brightness at or below MDB_T1
-        int32_t MDB_V2 = 256;        // 0..1023, display brightness at or above MDB_T2
-        int32_t MDB_T1 = 10;        // 0..255, low APL threshold
-        int32_t MDB_T2 = 100;        // 0..255, high APL threshold
-        int32_t GAMMA_MUL = 128;     // 0..1023, multiplier of the metadata's gamma
-        int32_t GAIN_CURVE_P0 = 0; // 0..1024
-        int32_t GAIN_CURVE_P1 = 512; // 0..1024
-        int32_t GAIN_CURVE_P2 = 1024; // 0..1024
-        int32_t GAIN_CURVE_G0 = 256; // 0..1023
-        int32_t GAIN_CURVE_G1 = 256; // 0..1023
-        int32_t GAIN_CURVE_G2 = 256; // 0..1023
+        int32_t MDB_V1 = 128;          // 0..1023, display brightness at or below MDB_T1
+        int32_t MDB_V2 = 256;          // 0..1023, display brightness at or above MDB_T2
+        int32_t MDB_T1 = 10;           // 0..255, low APL threshold
+        int32_t MDB_T2 = 100;          // 0..255, high APL threshold
+        int32_t GAMMA_MUL = 128;       // 0..1023, multiplier of the metadata's gamma
+        int32_t GAIN_CURVE_P0 = 0;     // 0..1024
+        int32_t GAIN_CURVE_P1 = 512;   // 0..1024
+        int32_t GAIN_CURVE_P2 = 1024;  // 0..1024
+        int32_t GAIN_CURVE_G0 = 256;   // 0..1023
+        int32_t GAIN_CURVE_G1 = 256;   // 0..1023
+        int32_t GAIN_CURVE_G2 = 256;   // 0..1023
 
         // True when every field lies in its legal range; each illegal field
         // is logged on its own, naming source.

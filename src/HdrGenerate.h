@@ -1,10 +1,16 @@
 // The generation engine: one process-wide object that owns every GL object of
 // the gain-map pass, the output surface with its image, and the stored copies
-// of the host's option record and metadata.
+// of the host's option record and metadata. Its methods live in one file per
+// job: HdrGenerate.cpp (life cycle, program, tuning, draw),
+// HdrGenerateUpload.cpp (both upload paths and the fence),
+// HdrGenerateIntake.cpp (the metadata intake), HdrGenerateOutputTarget.cpp
+// (surface, image, framebuffer) and HdrGenerateConstants.cpp (the draw's
+// constants as plain numbers).
 #ifndef HDR_GENERATE_H
 #define HDR_GENERATE_H
 
 #include "HdrFactorySettings.h"
+#include "HdrGainMapVariantPrograms.h"
 #include "HdrGpuBackend.h"
 
 #include <GLES3/gl3.h>
@@ -12,12 +18,12 @@
 
 #include <cstdint>
 #include <map>
-#include <string>
 #include <vector>
 
 namespace Tessara {
 class TSShaderManager;
 }
+struct EGLInfo;
 
 // The six input planes; also their texture units and the index of every
 // per-plane array.
@@ -30,6 +36,11 @@ enum DataType : int32_t {
     GAINMAP_V = 5,
     DATA_TYPE_COUNT = 6,
 };
+
+// Plane i is sampled from unit GL_TEXTURE0 + i; the output texture is handled
+// on a unit of its own, so nothing done between two draws takes a plane's
+// texture off its unit.
+constexpr GLenum OUTPUT_TEXTURE_UNIT = GL_TEXTURE0 + DATA_TYPE_COUNT;
 
 // What the direct-mode upload took for one plane.
 struct DataInfo {
@@ -45,7 +56,6 @@ public:
 
     int Init();
     int getHdrTBMSurface();
-    void saveToFile();
 
     // Gain-map program and its registration.
     bool SetupShaders();
@@ -80,11 +90,7 @@ public:
     bool isAplPending;
     GpuGenerateHdrInitOption initOption;
     HdrInfo hdrInfo;
-    bool hasTextureStorage;
-    int32_t textureSizes[4];
     Tessara::TSShaderManager* shaderManager;
-    std::map<std::string, int32_t> attribLocations;
-    std::map<std::string, int32_t> uniformLocations;
     GLuint outputTexture;
     GLuint vertexBuffer;
     GLuint vertexArray;
@@ -92,7 +98,6 @@ public:
     GLuint framebuffer;
     GLuint inputTextures[DATA_TYPE_COUNT];
     std::map<int32_t, DataInfo> planeTable;
-    std::map<int32_t, std::string> planeSamplers;
     uint8_t* mappedPlanes[DATA_TYPE_COUNT];
     GLuint pixelBuffers[DATA_TYPE_COUNT];
     GLsync uploadFence;
@@ -112,7 +117,21 @@ public:
     int32_t mappedBytes[DATA_TYPE_COUNT];
     int32_t currentPlane;
 
+    // The draw uses the picture class's specialised program (built on first
+    // need); false draws with the registered general program.
+    bool useSpecialisedPrograms;
+    GainMapVariantPrograms variantPrograms;
+    GainChromaContent gainChroma;
+
     static HdrGenerate* pInstance;
+
+    // Kept for the exported names and the recorded layout only:
+    // saveToFile does nothing, and nothing in the engine sets
+    // hasTextureStorage (so textureSizes is never read) outside tests that
+    // exercise the immutable-storage upload.
+    void saveToFile();
+    bool hasTextureStorage;
+    int32_t textureSizes[4];
 
 private:
     HdrGenerate();
@@ -120,12 +139,24 @@ private:
     HdrGenerate(const HdrGenerate&) = delete;
     HdrGenerate& operator=(const HdrGenerate&) = delete;
 
+    // The gain-map program, or 0 when none was built; the locations of its
+    // registration slots (HdrGenerateShaders.h).
+    GLuint Program() const;
+    GLint Attribute(int slot) const;
+    GLint Uniform(int slot) const;
+    // The specialised program for the current picture with its uniforms
+    // loaded and current, or the registered program when none can be built.
+    GLuint DrawProgram(GLuint registered);
+
     // Average of the first width x height bytes of plane (never more than
     // available); logs the result.
-    // The gain-map program, or 0 when none was built.
-    GLuint Program() const;
-
     int32_t ComputeApl(const uint8_t* plane, int32_t available, int width, int height);
+    DataInfo PlaneOf(int plane) const;
+    void ForgetMappings();
+
+    void ApplyDirectModeOutput();
+    void ReleaseOutputSurface(EGLInfo& egl);
+    void AttachOutputFramebuffer();
 };
 
 #endif

@@ -16,16 +16,18 @@ float skcms_TransferFunction_eval(const float* tf, float x)
     return (std::pow(a * x + b, g) + e) * sign;
 }
 
-bool skcms_TransferFunction_invert(const float* src, float* dst)
+CurveInversion InvertTransferCurve(const float* src, float* inv)
 {
     const float g = src[0], a = src[1], b = src[2], c = src[3], d = src[4], e = src[5], f = src[6];
-    float inv[7] = {0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
+    for (int i = 0; i < 7; ++i) {
+        inv[i] = 0.0f;
+    }
 
     // The two segments must meet at d (within 1/512).
     const float dLeft = c * d + f;
     const float dRight = std::pow(a * d + b, g) + e;
     if (std::fabs(dLeft - dRight) > 0.001953125f) {
-        return false;
+        return CurveInversion::kRefused;
     }
     inv[4] = dLeft;
 
@@ -42,19 +44,21 @@ bool skcms_TransferFunction_invert(const float* src, float* dst)
     inv[5] = -b / a;
 
     if (inv[1] < 0.0f) {
-        return false;
+        return CurveInversion::kRefused;
     }
     if (inv[1] * inv[4] + inv[2] < 0.0f) {
         inv[2] = -(inv[1] * inv[4]);  // pull the power segment's base back to 0 at d
-    } else {
-        HDR_ASSERT(inv[1] >= 0, false);
+    } else if (!(inv[1] >= 0)) {
+        return CurveInversion::kScaleNotANumber;
     }
-    HDR_ASSERT(inv[1] * inv[4] + inv[2] >= 0, false);
+    if (!(inv[1] * inv[4] + inv[2] >= 0)) {
+        return CurveInversion::kOffsetNotANumber;
+    }
 
     // The inverse maps src(1) back to exactly 1.
     float s = skcms_TransferFunction_eval(src, 1.0f);
     if (!(s * 0.0f == 0.0f)) {
-        return false;  // not finite
+        return CurveInversion::kRefused;  // not finite
     }
     const float sign = s < 0.0f ? -1.0f : 1.0f;
     s = std::fabs(s);
@@ -63,7 +67,23 @@ bool skcms_TransferFunction_invert(const float* src, float* dst)
     } else {
         inv[5] = 1.0f - sign * std::pow(inv[1] * s + inv[2], inv[0]);
     }
+    return CurveInversion::kInverted;
+}
 
+bool skcms_TransferFunction_invert(const float* src, float* dst)
+{
+    float inv[7];
+    const CurveInversion result = InvertTransferCurve(src, inv);
+    // The assertions see the same values the inversion stopped at.
+    if (result == CurveInversion::kScaleNotANumber) {
+        HDR_ASSERT(inv[1] >= 0, false);
+    }
+    if (result == CurveInversion::kOffsetNotANumber) {
+        HDR_ASSERT(inv[1] * inv[4] + inv[2] >= 0, false);
+    }
+    if (result != CurveInversion::kInverted) {
+        return false;
+    }
     std::memcpy(dst, inv, sizeof inv);
     return true;
 }

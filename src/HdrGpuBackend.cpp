@@ -3,18 +3,35 @@
 // thread's context around its work, so the host's binding is back on return.
 #include "HdrGpuBackend.h"
 
+#include "HdrCallGuard.h"
 #include "HdrCommon.h"
 #include "HdrGenerate.h"
 #include "HdrRender.h"
+#include "HdrScopedBinding.h"
+
+namespace {
+
+// The registry fits the render path's quad to the picture the engine was
+// last given; it learns the size here rather than asking the engine.
+void ShareOutputSize(const HdrGenerate& engine)
+{
+    HdrRender* render = HdrRender::GetInstance();
+    render->pictureWidth = engine.hdrInfo.outputWidth;
+    render->pictureHeight = engine.hdrInfo.outputHeight;
+}
+
+}  // namespace
 
 int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option)
 {
+    HDR_CALL_GUARD(GPU_GENERATE_ERROR_CALL_ORDER)
     HDR_LOG("GpuGenerateHdrInit start");
     HdrRender* render = HdrRender::GetInstance();
     if (render->IsInited()) {
-        HDR_LOG("%d ERROR: GpuGenerateHdrInit called twice, Please call GpuGenerateHdrDestroy() before "
-                "GpuGenerateHdrInit\n",
-                __LINE__);
+        HDR_LOG(
+            "%d ERROR: GpuGenerateHdrInit called twice, Please call GpuGenerateHdrDestroy() before "
+            "GpuGenerateHdrInit\n",
+            __LINE__);
         return GPU_GENERATE_ERROR_INIT_TWICE;
     }
 
@@ -25,7 +42,8 @@ int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option)
         return result;
     }
     // Deliberately no teardown here: the registry stays initialised.
-    if (!render->Bind()) {
+    HdrScopedBinding binding;
+    if (!binding.Bound()) {
         return GPU_GENERATE_ERROR_FIRST_BIND;
     }
 
@@ -34,11 +52,12 @@ int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option)
     engine->outputYUV = option.outputYUV;
     result = engine->Init();
     if (result != GPU_GENERATE_SUCCESS) {
-        // Torn down while still bound; the unbind below then has no record.
+        // Torn down while still bound; the release below then finds no
+        // record and the call answers GPU_GENERATE_ERROR_INIT_UNBIND.
         GpuGenerateHdrDestroy();
     }
 
-    if (!HdrRender::GetInstance()->Unbind()) {
+    if (!binding.Release()) {
         return GPU_GENERATE_ERROR_INIT_UNBIND;
     }
     HDR_LOG("GpuGenerateHdrInit end");
@@ -47,6 +66,7 @@ int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option)
 
 uint8_t** GpuGenerateHdrSetHdrInfo(HdrInfo* hdrInfo)
 {
+    HDR_CALL_GUARD(nullptr)
     HDR_LOG("GpuGenerateHdrSetHdrInfo start");
     if (hdrInfo == nullptr) {
         HDR_LOG("%d ERROR: hdrInfo == nullptr\n", __LINE__);
@@ -68,14 +88,16 @@ uint8_t** GpuGenerateHdrSetHdrInfo(HdrInfo* hdrInfo)
         HDR_LOG("use the default trfn(SRGB)");
     }
 
-    if (!render->Bind()) {
+    HdrScopedBinding binding;
+    if (!binding.Bound()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return nullptr;
     }
     HdrGenerate* engine = HdrGenerate::GetInstance();
     engine->LoadSettings();  // generation goes on with the tuning as it stands
     uint8_t** result = engine->setHdrInfo(hdrInfo);
-    if (!render->Unbind()) {
+    ShareOutputSize(*engine);
+    if (!binding.Release()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return nullptr;
     }
@@ -88,16 +110,19 @@ uint8_t** GpuGenerateHdrSetHdrInfo(HdrInfo* hdrInfo)
 
 int GpuGenerateHdrUpdateDataBegin(int& plane)
 {
+    HDR_CALL_GUARD(0)
     return HdrGenerate::GetInstance()->UpdateDataBegin(plane) ? 1 : 0;
 }
 
 int GpuGenerateHdrUpdateDataEnd(int& width, int& height)
 {
+    HDR_CALL_GUARD(0)
     return HdrGenerate::GetInstance()->UpdateDataEnd(width, height) ? 1 : 0;
 }
 
 int GpuGenerateHdr()
 {
+    HDR_CALL_GUARD(GPU_GENERATE_ERROR_CALL_ORDER)
     HDR_LOG("GpuGenerateHdr start");
     HdrRender* render = HdrRender::GetInstance();
     if (!render->IsInited()) {
@@ -112,12 +137,13 @@ int GpuGenerateHdr()
     // One successful SetHdrInfo allows exactly one attempt, whatever its outcome.
     engine->isInfoReady = false;
 
-    if (!render->Bind()) {
+    HdrScopedBinding binding;
+    if (!binding.Bound()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return GPU_GENERATE_ERROR_NO_CONTEXT;
     }
     const int result = engine->Draw();
-    if (!render->Unbind()) {
+    if (!binding.Release()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return GPU_GENERATE_ERROR_NO_CONTEXT;
     }
@@ -127,6 +153,7 @@ int GpuGenerateHdr()
 
 int GpuGenerateHdr(HdrInfo* hdrInfo)
 {
+    HDR_CALL_GUARD(GPU_GENERATE_ERROR_CALL_ORDER)
     HDR_LOG("GpuGenerateHdr start");
     if (hdrInfo == nullptr) {
         HDR_LOG("%d ERROR: hdrInfo == nullptr\n", __LINE__);
@@ -137,7 +164,8 @@ int GpuGenerateHdr(HdrInfo* hdrInfo)
         HDR_LOG("%d ERROR: Not call GpuGenerateHdrInit or GpuGenerateHdrInit fail\n", __LINE__);
         return GPU_GENERATE_ERROR_CALL_ORDER;
     }
-    if (!render->Bind()) {
+    HdrScopedBinding binding;
+    if (!binding.Bound()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return GPU_GENERATE_ERROR_NO_CONTEXT;
     }
@@ -145,8 +173,9 @@ int GpuGenerateHdr(HdrInfo* hdrInfo)
     HdrGenerate* engine = HdrGenerate::GetInstance();
     engine->LoadSettings();
     engine->setHdrInfo(hdrInfo);
+    ShareOutputSize(*engine);
     const int result = engine->Draw();
-    if (!render->Unbind()) {
+    if (!binding.Release()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return GPU_GENERATE_ERROR_NO_CONTEXT;
     }
@@ -156,6 +185,7 @@ int GpuGenerateHdr(HdrInfo* hdrInfo)
 
 int GpuGenerateGetTBM()
 {
+    HDR_CALL_GUARD(GPU_GENERATE_NO_SURFACE)
     if (!HdrRender::GetInstance()->IsInited()) {
         HDR_LOG("%d ERROR: Not call GpuGenerateHdrInit or GpuGenerateHdrInit fail\n", __LINE__);
         return GPU_GENERATE_NO_SURFACE;
@@ -170,14 +200,15 @@ int GpuGenerateGetTBM()
 
 int GpuRender()
 {
+    HDR_CALL_GUARD(GPU_GENERATE_ERROR_CALL_ORDER)
     // On whatever context is current, before binding.
     glClearColor(1.0f, 1.0f, 1.0f, 0.1f);
-    HdrRender* render = HdrRender::GetInstance();
-    if (!render->Bind()) {
+    HdrScopedBinding binding;
+    if (!binding.Bound()) {
         return GPU_GENERATE_ERROR_NO_CONTEXT;
     }
-    const int result = render->Draw();
-    if (!render->Unbind()) {
+    const int result = HdrRender::GetInstance()->Draw();
+    if (!binding.Release()) {
         return GPU_GENERATE_ERROR_NO_CONTEXT;
     }
     return result;
@@ -185,6 +216,7 @@ int GpuRender()
 
 void GpuGenerateHdrDestroy()
 {
+    HDR_CALL_GUARD()
     HDR_LOG("GpuGenerateHdrDestroy start");
     if (!HdrRender::GetInstance()->IsInited()) {
         HDR_LOG("%d ERROR: Not call GpuGenerateHdrInit or GpuGenerateHdrInit fail\n", __LINE__);

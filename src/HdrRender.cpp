@@ -15,11 +15,11 @@
 
 #include "HdrCommon.h"
 #include "HdrFullScreenQuad.h"
-#include "HdrGenerate.h"
 #include "HdrGpuBackend.h"
 #include "TSShaderManager.h"
 
 #include <iterator>
+#include <vector>
 
 HdrRender* HdrRender::pInstance = nullptr;
 
@@ -327,9 +327,8 @@ int HdrRender::Terminate()
 void HdrRender::UpdateAttribs()
 {
     glUseProgram(shaderManager->GetProgram());
-    const HdrInfo& info = HdrGenerate::GetInstance()->hdrInfo;
-    const float w = static_cast<float>(info.outputWidth);
-    const float h = static_cast<float>(info.outputHeight);
+    const float w = static_cast<float>(pictureWidth);
+    const float h = static_cast<float>(pictureHeight);
 
     // Letter- or pillar-box the picture into a 1920 x 1080 screen.
     const float heightIfFullWidth = 1920.0f / w * h;

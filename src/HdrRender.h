@@ -19,8 +19,8 @@ class TSShaderManager;
 class HdrRender {
 public:
     struct HdrContext {
-        uint64_t reserved;  // zero when made; nothing reads it
-        pthread_t threadId; // the thread that made the record
+        uint64_t reserved;   // zero when made; nothing reads it
+        pthread_t threadId;  // the thread that made the record
         EGLInfo egl;
     };
 
@@ -62,6 +62,10 @@ public:
     int32_t intC = 0;
     int32_t screenWidth = 1920;
     int32_t screenHeight = 1080;
+    // The generated picture's output size, which UpdateAttribs fits into
+    // the screen; the entry points hand it over after each metadata intake.
+    int32_t pictureWidth = 1920;
+    int32_t pictureHeight = 1080;
 
     static HdrRender* pInstance;
 

@@ -1,5 +1,6 @@
 // The public records as a host compiles them: every field at its byte offset,
-// the sizes, and the enumerations' values.
+// the sizes, and the enumerations' values, for the data model the test is
+// built for (LP64 on 64-bit Linux, ILP32 on i386 and armhf).
 #include <HdrGpuBackend.h>
 
 #include <gtest/gtest.h>
@@ -8,6 +9,28 @@
 #include <type_traits>
 
 namespace {
+
+// Byte offsets of the HdrInfo fields that move with the pointer size.
+struct HdrInfoLayout {
+    size_t mainImagePlanes, nGainMapWidth, nGainMapHeight, gainMapPlanes;
+    size_t gainMapMin, gainMapMax, gamma, offsetSdr, offsetHdr, hdrCapacityMin, hdrCapacityMax;
+    size_t firstTuning, gamut, trfn, outputWidth, outputHeight, outputRotate, outputMirror;
+    size_t size, align;
+};
+constexpr HdrInfoLayout kLp64HdrInfo{8,   32,  36,  40,  64,  80,  96,  112, 128, 144,
+                                     148, 152, 196, 200, 204, 208, 212, 216, 224, 8};
+constexpr HdrInfoLayout kIlp32HdrInfo{8,   20,  24,  28,  40,  56,  72,  88,  104, 120,
+                                      124, 128, 172, 176, 180, 184, 188, 192, 196, 4};
+
+struct InitOptionLayout {
+    size_t eglDisplay, outputYUV, usePBO, size, align;
+};
+constexpr InitOptionLayout kLp64InitOption{8, 16, 17, 24, 8};
+constexpr InitOptionLayout kIlp32InitOption{8, 12, 13, 16, 4};
+
+constexpr bool kLp64 = sizeof(void*) == 8;
+constexpr const HdrInfoLayout& kHdrInfo = kLp64 ? kLp64HdrInfo : kIlp32HdrInfo;
+constexpr const InitOptionLayout& kInitOption = kLp64 ? kLp64InitOption : kIlp32InitOption;
 
 template <typename Record, typename Field>
 Field ReadAt(const Record& record, size_t offset)
@@ -51,33 +74,34 @@ TEST(Abi, HdrInfoFieldsSitAtTheirOffsets)
 
     EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, 0)), 1);
     EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, 4)), 2);
-    EXPECT_EQ((ReadAt<HdrInfo, const uint8_t*>(info, 8 + 2 * 8)), &plane);
-    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, 32)), 3);
-    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, 36)), 4);
-    EXPECT_EQ((ReadAt<HdrInfo, const uint8_t*>(info, 40 + 8)), &plane);
-    EXPECT_EQ((ReadAt<HdrInfo, float>(info, 64 + 12)), 5.5f);
-    EXPECT_EQ((ReadAt<HdrInfo, float>(info, 80)), 6.5f);
-    EXPECT_EQ((ReadAt<HdrInfo, float>(info, 96 + 4)), 7.5f);
-    EXPECT_EQ((ReadAt<HdrInfo, float>(info, 112 + 8)), 8.5f);
-    EXPECT_EQ((ReadAt<HdrInfo, float>(info, 128 + 12)), 9.5f);
-    EXPECT_EQ((ReadAt<HdrInfo, float>(info, 144)), 10.5f);
-    EXPECT_EQ((ReadAt<HdrInfo, float>(info, 148)), 11.5f);
+    EXPECT_EQ((ReadAt<HdrInfo, const uint8_t*>(info, kHdrInfo.mainImagePlanes + 2 * sizeof(void*))), &plane);
+    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, kHdrInfo.nGainMapWidth)), 3);
+    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, kHdrInfo.nGainMapHeight)), 4);
+    EXPECT_EQ((ReadAt<HdrInfo, const uint8_t*>(info, kHdrInfo.gainMapPlanes + sizeof(void*))), &plane);
+    EXPECT_EQ((ReadAt<HdrInfo, float>(info, kHdrInfo.gainMapMin + 12)), 5.5f);
+    EXPECT_EQ((ReadAt<HdrInfo, float>(info, kHdrInfo.gainMapMax)), 6.5f);
+    EXPECT_EQ((ReadAt<HdrInfo, float>(info, kHdrInfo.gamma + 4)), 7.5f);
+    EXPECT_EQ((ReadAt<HdrInfo, float>(info, kHdrInfo.offsetSdr + 8)), 8.5f);
+    EXPECT_EQ((ReadAt<HdrInfo, float>(info, kHdrInfo.offsetHdr + 12)), 9.5f);
+    EXPECT_EQ((ReadAt<HdrInfo, float>(info, kHdrInfo.hdrCapacityMin)), 10.5f);
+    EXPECT_EQ((ReadAt<HdrInfo, float>(info, kHdrInfo.hdrCapacityMax)), 11.5f);
     for (int i = 0; i < 11; ++i) {
-        EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, 152 + 4 * i)), 100 + i) << "tuning field " << i;
+        EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, kHdrInfo.firstTuning + 4 * i)), 100 + i) << "tuning field " << i;
     }
-    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, 196)), 2);
-    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, 200)), -1);
-    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, 204)), 13);
-    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, 208)), 14);
-    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, 212)), 15);
-    EXPECT_EQ((ReadAt<HdrInfo, uint8_t>(info, 216)), 1);
-    EXPECT_EQ(sizeof(HdrInfo), 224u);
-    EXPECT_EQ(alignof(HdrInfo), 8u);
+    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, kHdrInfo.gamut)), 2);
+    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, kHdrInfo.trfn)), -1);
+    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, kHdrInfo.outputWidth)), 13);
+    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, kHdrInfo.outputHeight)), 14);
+    EXPECT_EQ((ReadAt<HdrInfo, int32_t>(info, kHdrInfo.outputRotate)), 15);
+    EXPECT_EQ((ReadAt<HdrInfo, uint8_t>(info, kHdrInfo.outputMirror)), 1);
+    EXPECT_EQ(sizeof(HdrInfo), kHdrInfo.size);
+    EXPECT_EQ(alignof(HdrInfo), kHdrInfo.align);
     EXPECT_TRUE(std::is_standard_layout<HdrInfo>::value);
     EXPECT_TRUE(std::is_trivially_copyable<HdrInfo>::value);
 }
 
-// The init option is 24 bytes with the two flags at 16 and 17.
+// The init option is 24 bytes with the two flags at 16 and 17 (LP64), or
+// 16 bytes with them at 12 and 13 (ILP32).
 TEST(Abi, InitOptionFieldsSitAtTheirOffsets)
 {
     GpuGenerateHdrInitOption option;
@@ -90,11 +114,22 @@ TEST(Abi, InitOptionFieldsSitAtTheirOffsets)
     option.usePBO = true;
     EXPECT_EQ((ReadAt<GpuGenerateHdrInitOption, int32_t>(option, 0)), 1921);
     EXPECT_EQ((ReadAt<GpuGenerateHdrInitOption, int32_t>(option, 4)), 1079);
-    EXPECT_EQ((ReadAt<GpuGenerateHdrInitOption, void*>(option, 8)), &anchor);
-    EXPECT_EQ((ReadAt<GpuGenerateHdrInitOption, uint8_t>(option, 16)), 1);
-    EXPECT_EQ((ReadAt<GpuGenerateHdrInitOption, uint8_t>(option, 17)), 1);
-    EXPECT_EQ(sizeof(GpuGenerateHdrInitOption), 24u);
+    EXPECT_EQ((ReadAt<GpuGenerateHdrInitOption, void*>(option, kInitOption.eglDisplay)), &anchor);
+    EXPECT_EQ((ReadAt<GpuGenerateHdrInitOption, uint8_t>(option, kInitOption.outputYUV)), 1);
+    EXPECT_EQ((ReadAt<GpuGenerateHdrInitOption, uint8_t>(option, kInitOption.usePBO)), 1);
+    EXPECT_EQ(sizeof(GpuGenerateHdrInitOption), kInitOption.size);
+    EXPECT_EQ(alignof(GpuGenerateHdrInitOption), kInitOption.align);
     EXPECT_TRUE(std::is_trivially_copyable<GpuGenerateHdrInitOption>::value);
+}
+
+// The build is one of the two data models the records are laid out for:
+// pointers and long both 64-bit, or both 32-bit.
+TEST(Abi, DataModelIsLp64OrIlp32)
+{
+    EXPECT_EQ(sizeof(long), sizeof(void*));
+    EXPECT_TRUE(sizeof(void*) == 8 || sizeof(void*) == 4) << sizeof(void*);
+    EXPECT_EQ(sizeof(int), 4u);
+    EXPECT_EQ(sizeof(float), 4u);
 }
 
 // The enumerations are int32 with the documented values.

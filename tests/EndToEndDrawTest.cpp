@@ -136,6 +136,7 @@ struct Job {
     bool outputYUV = false;
     bool overrideApl = false;  // replace the level the upload computed
     int32_t apl = 0;
+    bool generalProgram = false;  // draw with the registered program, not the picture's specialised one
 };
 
 // Defaults: a 0..3 stop capacity, a display boost of 8 (both thresholds'
@@ -340,10 +341,22 @@ protected:
         p.GAIN_CURVE_G1 = t.GAIN_CURVE_G1;
         p.GAIN_CURVE_G2 = t.GAIN_CURVE_G2;
         engine->outputYUV = job.outputYUV;
+        engine->useSpecialisedPrograms = !job.generalProgram;
 
         const int drawResult = engine->Draw();
         EXPECT_EQ(drawResult, 0);
         EXPECT_TRUE(engine->isGenerated);
+        // The upload saw whether the gain map's chroma is flat.
+        const auto flatPlane = [](const std::vector<uint8_t>& p) {
+            return std::all_of(p.begin(), p.end(), [&p](uint8_t v) { return v == p.front(); });
+        };
+        EXPECT_EQ(engine->gainChroma.Flat(), flatPlane(planes.gain[1]) && flatPlane(planes.gain[2]));
+        // One specialised program for the picture's class, or none.
+        EXPECT_EQ(engine->variantPrograms.BuiltCount(), job.generalProgram ? 0 : 1);
+        GLint current = 0;
+        glGetIntegerv(GL_CURRENT_PROGRAM, &current);
+        EXPECT_EQ(static_cast<GLuint>(current), engine->shaderManager->GetProgram())
+            << "the registered program is current again after the draw";
         ExpectUniforms(engine->shaderManager->GetProgram(), u);
         ASSERT_TRUE(render->Unbind());
         ASSERT_EQ(drawResult, 0);
@@ -672,6 +685,81 @@ TEST_F(EndToEndDraw, EverythingCombined)
     job.tuning.GAIN_CURVE_G2 = 150;
     job.outputYUV = true;
     DrawAndCompare(VariedPlanes(kWidth, kHeight, 271), job);
+}
+
+// ---------------------------------------------------------------------------
+// Specialised programs
+// ---------------------------------------------------------------------------
+
+// Gain-map chroma that holds one value everywhere (u, v), as a single-channel
+// gain map decodes to.
+Planes FlatChromaPlanes(int w, int h, uint32_t seed, uint8_t u, uint8_t v)
+{
+    Planes p = VariedPlanes(w, h, seed);
+    p.gain[1].assign(p.gain[1].size(), u);
+    p.gain[2].assign(p.gain[2].size(), v);
+    return p;
+}
+
+// Input curve, gamma applied, YUV output, flat gain-map chroma.
+using PictureClass = std::tuple<int, bool, bool, bool>;
+
+class EndToEndPictureClass : public EndToEndDraw, public ::testing::WithParamInterface<PictureClass> {};
+
+// Each picture class drawn with its specialised program and with the
+// registered general program: both within the model's tolerance, so the
+// two agree to it as well.
+TEST_P(EndToEndPictureClass, SpecialisedAndGeneralProgramsBothMatchTheModel)
+{
+    const auto [trfn, gamma, yuv, flat] = GetParam();
+    Job job = DefaultJob();
+    job.metadata.trfn = trfn;
+    job.metadata.gainMapMin = {{-0.5f, 0.0f, 0.25f}};
+    job.metadata.gainMapMax = {{1.5f, 2.0f, 2.5f}};
+    if (gamma) {
+        job.metadata.gamma = {{1.6f, 0.8f, 1.2f}};
+    }
+    job.outputYUV = yuv;
+    const Planes planes = flat ? FlatChromaPlanes(kWidth, kHeight, 311, 128, 128)
+                               : VariedPlanes(kWidth, kHeight, 311);
+    DrawAndCompare(planes, job, " (specialised)");
+    job.generalProgram = true;
+    DrawAndCompare(planes, job, " (general)");
+}
+
+std::string PictureClassName(const ::testing::TestParamInfo<PictureClass>& info)
+{
+    static const char* const kCurves[4] = {"Linear", "Hlg", "Pq", "Srgb"};
+    return std::string(kCurves[std::get<0>(info.param)]) + (std::get<1>(info.param) ? "Gamma" : "NoGamma") +
+           (std::get<2>(info.param) ? "Yuv" : "Rgb") + (std::get<3>(info.param) ? "FlatChroma" : "Chroma");
+}
+
+INSTANTIATE_TEST_SUITE_P(Classes, EndToEndPictureClass,
+                         ::testing::Combine(::testing::Values(0, 1, 2, 3), ::testing::Bool(),
+                                            ::testing::Bool(), ::testing::Bool()),
+                         PictureClassName);
+
+// Flat chroma off the centre (a gain map whose U and V are not 128) still
+// gives each channel its own gain on the single-channel path.
+TEST_F(EndToEndDraw, FlatChromaOffCentreKeepsPerChannelGains)
+{
+    Job job = DefaultJob();
+    job.metadata.gainMapMax = {{2.0f, 2.5f, 3.0f}};
+    DrawAndCompare(FlatChromaPlanes(kWidth, kHeight, 321, 100, 170), job);
+}
+
+// A gain map whose chroma is flat but for one texel takes the three-channel
+// path, and that texel's pixel is right.
+TEST_F(EndToEndDraw, ChromaFlatButOneTexelTakesTheThreeChannelPath)
+{
+    Job job = DefaultJob();
+    job.metadata.gainMapMax = {{2.0f, 2.5f, 3.0f}};
+    for (int plane : {1, 2}) {
+        SCOPED_TRACE(plane == 1 ? "U" : "V");
+        Planes planes = FlatChromaPlanes(kWidth, kHeight, 331, 128, 128);
+        planes.gain[plane][static_cast<size_t>(kWidth) * kHeight - 1] = 255;  // the last texel
+        DrawAndCompare(planes, job, plane == 1 ? " (odd U texel)" : " (odd V texel)");
+    }
 }
 
 // ---------------------------------------------------------------------------

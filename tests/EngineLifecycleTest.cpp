@@ -78,8 +78,6 @@ TEST_F(EngineLifecycle, SingletonStartsFromDefaults)
         EXPECT_EQ(size, 0);
     }
     EXPECT_EQ(e->shaderManager, nullptr);
-    EXPECT_TRUE(e->attribLocations.empty());
-    EXPECT_TRUE(e->uniformLocations.empty());
     EXPECT_EQ(e->outputTexture, 0u);
     EXPECT_EQ(e->vertexBuffer, 0u);
     EXPECT_EQ(e->vertexArray, 0u);
@@ -91,7 +89,6 @@ TEST_F(EngineLifecycle, SingletonStartsFromDefaults)
         EXPECT_EQ(e->pixelBuffers[i], 0u);
     }
     EXPECT_TRUE(e->planeTable.empty());
-    EXPECT_TRUE(e->planeSamplers.empty());
     EXPECT_EQ(e->uploadFence, nullptr);
     EXPECT_EQ(e->tbmSurface, nullptr);
     EXPECT_EQ(e->eglImage, nullptr);
@@ -190,7 +187,7 @@ TEST_F(EngineLifecycle, DirectInitBuildsEverything)
     GLint enabled = 0;
     GLint stride = 0;
     void* offset = nullptr;
-    const GLuint texcoord = static_cast<GLuint>(e->attribLocations["TEXCOORD_0"]);
+    const GLuint texcoord = static_cast<GLuint>(glGetAttribLocation(e->shaderManager->GetProgram(), "aTexcoord"));
     glGetVertexAttribiv(texcoord, GL_VERTEX_ATTRIB_ARRAY_ENABLED, &enabled);
     glGetVertexAttribiv(texcoord, GL_VERTEX_ATTRIB_ARRAY_STRIDE, &stride);
     glGetVertexAttribPointerv(texcoord, GL_VERTEX_ATTRIB_ARRAY_POINTER, &offset);
@@ -233,7 +230,9 @@ TEST_F(EngineLifecycle, EachPlaneSitsOnItsOwnUnit)
         const GLuint program = e->shaderManager->GetProgram();
         for (int i = 0; i < 6; ++i) {
             GLint unit = -1;
-            glGetUniformiv(program, e->uniformLocations[e->planeSamplers[i]], &unit);
+            const char* const samplers[6] = {"u_MainYSampler",    "u_MainUSampler",    "u_MainVSampler",
+                                             "u_gainmapYSampler", "u_gainmapUSampler", "u_gainmapVSampler"};
+            glGetUniformiv(program, glGetUniformLocation(program, samplers[i]), &unit);
             EXPECT_EQ(unit, i);
             glActiveTexture(GL_TEXTURE0 + i);
             GLint bound = 0;

@@ -158,7 +158,6 @@ TEST_F(GainMapProgramTest, OutputGamutTransformIsMinusOne)
 {
     ASSERT_TRUE(engine_->SetupShaders());
     EXPECT_EQ(engine_->shaderManager->GetUniform(kUnusedSlot), -1);
-    EXPECT_EQ(engine_->uniformLocations.at("outputGamutTransform"), -1);
 }
 
 // The program's active interface has the table's names, types and sizes.
@@ -202,53 +201,50 @@ TEST_F(GainMapProgramTest, ActiveInterfaceHasTheTablesTypes)
     }
 }
 
-// The attribute map: "POSITION" and "TEXCOORD_0" at the locations of slots 0 and 1.
-TEST_F(GainMapProgramTest, AttributeMapHasPositionAndTexcoord)
+// The attribute slots: position at slot 0, texture coordinates at slot 1.
+TEST_F(GainMapProgramTest, AttributeSlotsArePositionAndTexcoord)
 {
     ASSERT_TRUE(engine_->SetupShaders());
-    const std::map<std::string, int32_t> expected = {
-        {"POSITION", glGetAttribLocation(Program(), "aPosition")},
-        {"TEXCOORD_0", glGetAttribLocation(Program(), "aTexcoord")},
-    };
-    EXPECT_EQ(engine_->attribLocations, expected);
+    EXPECT_EQ(engine_->shaderManager->GetAttribute(0), glGetAttribLocation(Program(), "aPosition"));
+    EXPECT_EQ(engine_->shaderManager->GetAttribute(1), glGetAttribLocation(Program(), "aTexcoord"));
 }
 
-// The uniform map: all 21 names, each at its slot's location.
-TEST_F(GainMapProgramTest, UniformMapHasEveryName)
+// The uniform slots: all 21 names, each at its own slot.
+TEST_F(GainMapProgramTest, UniformSlotsHaveEveryName)
 {
     ASSERT_TRUE(engine_->SetupShaders());
-    std::map<std::string, int32_t> expected;
     for (int slot = 0; slot < kUniformCount; ++slot) {
-        expected[kUniforms[slot].name] = engine_->shaderManager->GetUniform(slot);
+        EXPECT_EQ(engine_->shaderManager->GetUniform(slot), glGetUniformLocation(Program(), kUniforms[slot].name))
+            << kUniforms[slot].name;
     }
-    EXPECT_EQ(engine_->uniformLocations, expected);
 }
 
-// The plane map: planes 0..5 to the six sampler names.
-TEST_F(GainMapProgramTest, PlaneMapNamesTheSamplers)
+// Slots 0..5 are the planes' samplers, in plane order.
+TEST_F(GainMapProgramTest, SamplerSlotsFollowThePlanes)
 {
     ASSERT_TRUE(engine_->SetupShaders());
-    const std::map<int32_t, std::string> expected = {
-        {0, "u_MainYSampler"},    {1, "u_MainUSampler"},    {2, "u_MainVSampler"},
-        {3, "u_gainmapYSampler"}, {4, "u_gainmapUSampler"}, {5, "u_gainmapVSampler"},
-    };
-    EXPECT_EQ(engine_->planeSamplers, expected);
+    for (int plane = 0; plane < 6; ++plane) {
+        EXPECT_EQ(engine_->shaderManager->GetUniform(plane), glGetUniformLocation(Program(), kSamplers[plane]))
+            << plane;
+    }
 }
 
-// A second set-up reuses the manager and leaves one map entry per key.
-TEST_F(GainMapProgramTest, SecondSetupLeavesOneEntryPerKey)
+// A second set-up reuses the manager; every slot still answers its first
+// registration.
+TEST_F(GainMapProgramTest, SecondSetupKeepsEverySlot)
 {
     ASSERT_TRUE(engine_->SetupShaders());
     Tessara::TSShaderManager* manager = engine_->shaderManager;
-    engine_->planeSamplers[2] = "overwritten";
-    engine_->uniformLocations["W"] = 999;
+    std::vector<int> before;
+    for (int slot = 0; slot < kUniformCount; ++slot) {
+        before.push_back(manager->GetUniform(slot));
+    }
     ASSERT_TRUE(engine_->SetupShaders());
     EXPECT_EQ(engine_->shaderManager, manager);
-    EXPECT_EQ(engine_->attribLocations.size(), 2u);
-    EXPECT_EQ(engine_->uniformLocations.size(), static_cast<size_t>(kUniformCount));
-    EXPECT_EQ(engine_->planeSamplers.size(), 6u);
-    EXPECT_EQ(engine_->planeSamplers[2], "u_MainVSampler");
-    EXPECT_EQ(engine_->uniformLocations["W"], manager->GetUniform(11));
+    for (int slot = 0; slot < kUniformCount; ++slot) {
+        EXPECT_EQ(manager->GetUniform(slot), before[static_cast<size_t>(slot)]) << slot;
+    }
+    EXPECT_EQ(manager->GetAttribute(1), glGetAttribLocation(manager->GetProgram(), "aTexcoord"));
 }
 
 // Without a shader manager there is no program: 9, only the start line.
@@ -343,7 +339,12 @@ TEST_F(GainMapProgramTest, TexUniformGlErrorIsEleven)
 TEST_F(GainMapProgramTest, TexUniformStopsAtTheFailingPlane)
 {
     Ready();
-    engine_->uniformLocations["u_gainmapYSampler"] = engine_->uniformLocations["W"];
+    // Plane 3's sampler slot pointed at the float uniform W.
+    for (std::pair<int, int>& entry : engine_->shaderManager->uniforms) {
+        if (entry.first == 3) {
+            entry.second = engine_->shaderManager->GetUniform(11);
+        }
+    }
     LogCapture capture;
     EXPECT_EQ(engine_->UpdateTexUniform(), 11);
     const auto messages = capture.Messages();

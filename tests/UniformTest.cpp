@@ -45,10 +45,11 @@ protected:
         harness_.reset();
         faults::Reset();
     }
+    GLint Location(const char* name) { return glGetUniformLocation(e_->shaderManager->GetProgram(), name); }
     std::vector<float> Floats(const char* name, int count)
     {
         std::vector<float> values(static_cast<size_t>(count));
-        const GLint location = e_->uniformLocations[name];
+        const GLint location = Location(name);
         if (count == 7) {
             // Arrays are read element by element.
             for (int i = 0; i < 7; ++i) {
@@ -64,7 +65,7 @@ protected:
     int Int(const char* name)
     {
         GLint value = -12345;
-        glGetUniformiv(e_->shaderManager->GetProgram(), e_->uniformLocations[name], &value);
+        glGetUniformiv(e_->shaderManager->GetProgram(), Location(name), &value);
         return value;
     }
     // The MDB as the log line reports it.
@@ -363,8 +364,8 @@ TEST_F(Uniforms, BadGamutStopsAfterTheWeight)
 {
     for (int gamut : {3, -1}) {
         const float sentinel[16] = {7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7};
-        glUniformMatrix4fv(e_->uniformLocations["rotateMatrix"], 1, GL_FALSE, sentinel);
-        glUniform1f(e_->uniformLocations["W"], -5.0f);
+        glUniformMatrix4fv(Location("rotateMatrix"), 1, GL_FALSE, sentinel);
+        glUniform1f(Location("W"), -5.0f);
         e_->apl = 200;
         e_->hdrInfo.gamut = static_cast<hdr_color_gamut>(gamut);
         LogCapture capture;

@@ -392,4 +392,56 @@ TEST_F(Upload, SetThenStreamDrawsThePictureAtItsNewSize)
     }
 }
 
+// Whether the gain map's chroma is flat is found as each plane is uploaded:
+// in the direct mode from the host's planes, in the streaming mode from the
+// mapped bytes before they are unmapped.
+TEST_F(Upload, FlatGainChromaIsFoundInBothModes)
+{
+    for (bool streaming : {false, true}) {
+        SCOPED_TRACE(streaming ? "streaming" : "direct");
+        EngineHarness harness(23, 11, display_, streaming);
+        ASSERT_TRUE(harness.ok());
+        Planes planes = MakePlanes(23, 11, 9, 7, 21);
+        planes.gain[1].assign(planes.gain[1].size(), 128);
+        planes.gain[2].assign(planes.gain[2].size(), 131);
+        HdrGenerate* e = HdrGenerate::GetInstance();
+        const auto upload = [&]() {
+            if (streaming) {
+                ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
+                ASSERT_TRUE(harness.Stream(planes));
+            } else {
+                ASSERT_EQ(harness.Upload(planes), 0);
+            }
+        };
+        upload();
+        EXPECT_TRUE(e->gainChroma.Flat());
+        // One texel off in V: no longer flat.
+        planes.gain[2].back() = 0;
+        upload();
+        EXPECT_FALSE(e->gainChroma.Flat());
+        // Flat again.
+        planes.gain[2].back() = 131;
+        upload();
+        EXPECT_TRUE(e->gainChroma.Flat());
+    }
+}
+
+// A streaming intake that re-defines the gain map's textures at a new size
+// forgets what they held until the new planes are streamed.
+TEST_F(Upload, NewGainMapSizeForgetsTheFlatChroma)
+{
+    EngineHarness harness(8, 8, display_, true);
+    ASSERT_TRUE(harness.ok());
+    Planes planes = MakePlanes(16, 8, 8, 4, 31);
+    planes.gain[1].assign(planes.gain[1].size(), 128);
+    planes.gain[2].assign(planes.gain[2].size(), 128);
+    ASSERT_EQ(harness.Intake(planes, 16, 8), 0);
+    ASSERT_TRUE(harness.Stream(planes));
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    ASSERT_TRUE(e->gainChroma.Flat());
+    Planes larger = MakePlanes(16, 8, 12, 6, 32);
+    ASSERT_EQ(harness.Intake(larger, 16, 8), 0);
+    EXPECT_FALSE(e->gainChroma.Flat());
+}
+
 }  // namespace

@@ -6,10 +6,8 @@ hdrgpu_add_test(settings_file_tests INTERNAL SOURCES SettingsFileTest.cpp)
 # CTest test per soak (gtest's exit status fails the test), each allowed ten
 # minutes.
 add_executable(soak_tests SoakTest.cpp support/EngineTestSupport.cpp ${HDRGPU_TEST_SUPPORT})
-target_include_directories(soak_tests PRIVATE
-  ${CMAKE_CURRENT_SOURCE_DIR}/support
-  ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/src/TessaraCore/Renderer/Core)
-target_link_libraries(soak_tests PRIVATE
+target_include_directories(soak_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/support)
+target_link_libraries(soak_tests PRIVATE hdrgpu_internal
   hdrgpubackend GTest::gtest GTest::gtest_main
   PkgConfig::EGL PkgConfig::GLES glm::glm Threads::Threads ${CMAKE_DL_LIBS}
   hdrgpu::tbm hdrgpu::system_info hdrgpu::dlog)

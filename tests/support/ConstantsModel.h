@@ -14,7 +14,7 @@
 #ifndef HDRGPU_TEST_CONSTANTS_MODEL_H
 #define HDRGPU_TEST_CONSTANTS_MODEL_H
 
-#include "EngineHarness.h"
+#include "GainMapUniforms.h"
 
 #include <array>
 #include <cstdint>

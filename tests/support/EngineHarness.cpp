@@ -15,7 +15,7 @@ namespace {
 
 GLint Location(const char* name)
 {
-    return HdrGenerate::GetInstance()->uniformLocations[name];
+    return glGetUniformLocation(HdrGenerate::GetInstance()->shaderManager->GetProgram(), name);
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // Writes the gain-map program's two sources, exactly as the library compiles
-// them, to <dir>/gainmap.vert and <dir>/gainmap.frag, so that an offline
+// them, to <dir>/gainmap.vert and <dir>/gainmap.frag, and every specialised
+// fragment text to <dir>/gainmap-variant-<index>.frag, so that an offline
 // GLSL front end can check them.
+#include "HdrGainMapVariant.h"
 #include "HdrGenerateShaders.h"
 
 #include <cstdio>
@@ -34,7 +36,16 @@ int main(int argc, char** argv)
         return 2;
     }
     const std::string dir = argv[1];
-    const bool ok = WriteFile(dir + "/gainmap.vert", kGainMapVertexShader) &&
-                    WriteFile(dir + "/gainmap.frag", kGainMapFragmentShader);
+    bool ok = WriteFile(dir + "/gainmap.vert", kGainMapVertexShader) &&
+              WriteFile(dir + "/gainmap.frag", kGainMapFragmentShader);
+    for (int index = 0; ok && index < kGainMapVariantCount; ++index) {
+        GainMapVariant variant;
+        variant.inputCurve = index / 8;
+        variant.applyGamma = (index & 4) != 0;
+        variant.outputYuv = (index & 2) != 0;
+        variant.flatGainChroma = (index & 1) != 0;
+        const std::string text = GainMapVariantFragmentSource(variant);
+        ok = WriteFile(dir + "/gainmap-variant-" + std::to_string(index) + ".frag", text.c_str());
+    }
     return ok ? 0 : 1;
 }

@@ -12,7 +12,8 @@ namespace hdrconvert {
 class ByteReader {
 public:
     ByteReader(const uint8_t* data, size_t size, bool bigEndian = true)
-        : data_(data), size_(size), bigEndian_(bigEndian) {}
+        : data_(data), size_(size), bigEndian_(bigEndian)
+    {}
 
     size_t Size() const { return size_; }
     const uint8_t* Data() const { return data_; }
@@ -23,21 +24,23 @@ public:
 
     bool U8(size_t offset, uint8_t* value) const
     {
-        if (!Has(offset, 1)) return false;
+        if (!Has(offset, 1))
+            return false;
         *value = data_[offset];
         return true;
     }
     bool U16(size_t offset, uint16_t* value) const
     {
-        if (!Has(offset, 2)) return false;
+        if (!Has(offset, 2))
+            return false;
         const uint8_t* p = data_ + offset;
-        *value = bigEndian_ ? static_cast<uint16_t>((p[0] << 8) | p[1])
-                            : static_cast<uint16_t>((p[1] << 8) | p[0]);
+        *value = bigEndian_ ? static_cast<uint16_t>((p[0] << 8) | p[1]) : static_cast<uint16_t>((p[1] << 8) | p[0]);
         return true;
     }
     bool U32(size_t offset, uint32_t* value) const
     {
-        if (!Has(offset, 4)) return false;
+        if (!Has(offset, 4))
+            return false;
         const uint8_t* p = data_ + offset;
         if (bigEndian_) {
             *value = (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | p[3];
@@ -49,7 +52,8 @@ public:
     bool S32(size_t offset, int32_t* value) const
     {
         uint32_t raw = 0;
-        if (!U32(offset, &raw)) return false;
+        if (!U32(offset, &raw))
+            return false;
         *value = static_cast<int32_t>(raw);
         return true;
     }

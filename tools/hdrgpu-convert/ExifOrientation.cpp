@@ -14,7 +14,8 @@ constexpr uint16_t kTypeShort = 3;
 int ReadExifOrientation(const uint8_t* tiff, size_t size)
 {
     ByteReader reader(tiff, size);
-    if (!reader.Has(0, 8)) return 1;
+    if (!reader.Has(0, 8))
+        return 1;
     if (tiff[0] == 'I' && tiff[1] == 'I') {
         reader.SetBigEndian(false);
     } else if (tiff[0] == 'M' && tiff[1] == 'M') {
@@ -25,7 +26,8 @@ int ReadExifOrientation(const uint8_t* tiff, size_t size)
     uint16_t magic = 0;
     uint32_t ifd0 = 0;
     uint16_t count = 0;
-    if (!reader.U16(2, &magic) || magic != 42 || !reader.U32(4, &ifd0) || !reader.U16(ifd0, &count)) return 1;
+    if (!reader.U16(2, &magic) || magic != 42 || !reader.U32(4, &ifd0) || !reader.U16(ifd0, &count))
+        return 1;
     for (uint32_t i = 0; i < count; ++i) {
         const size_t at = size_t{ifd0} + 2 + size_t{i} * 12;
         uint16_t tag = 0;
@@ -37,7 +39,8 @@ int ReadExifOrientation(const uint8_t* tiff, size_t size)
             return 1;
         }
         if (tag == kTagOrientation) {
-            if (type != kTypeShort || valueCount != 1 || value < 1 || value > 8) return 1;
+            if (type != kTypeShort || valueCount != 1 || value < 1 || value > 8)
+                return 1;
             return value;
         }
     }

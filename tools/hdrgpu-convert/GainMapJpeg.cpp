@@ -1,6 +1,7 @@
 #include "GainMapJpeg.h"
 
 #include "ExifOrientation.h"
+#include "FloatMetadata.h"
 #include "HdrgmXmp.h"
 #include "IsoGainMap.h"
 #include "JpegSegments.h"
@@ -36,8 +37,7 @@ bool IsXmp(const uint8_t* data, const JpegSegment& s)
 }
 bool IsExtendedXmp(const uint8_t* data, const JpegSegment& s)
 {
-    return s.marker == kMarkerApp1 &&
-           SegmentHasIdentifier(data, s, kExtendedXmpIdentifier, kExtendedXmpIdentifierSize);
+    return s.marker == kMarkerApp1 && SegmentHasIdentifier(data, s, kExtendedXmpIdentifier, kExtendedXmpIdentifierSize);
 }
 bool IsMpf(const uint8_t* data, const JpegSegment& s)
 {
@@ -51,10 +51,14 @@ bool IsIso(const uint8_t* data, const JpegSegment& s)
 void Classify(const uint8_t* data, ImageSegments* image)
 {
     for (const JpegSegment& s : image->walk.segments) {
-        if (image->exif == nullptr && IsExif(data, s)) image->exif = &s;
-        if (image->xmp == nullptr && IsXmp(data, s)) image->xmp = &s;
-        if (image->mpf == nullptr && IsMpf(data, s)) image->mpf = &s;
-        if (IsIso(data, s)) image->iso.push_back(&s);
+        if (image->exif == nullptr && IsExif(data, s))
+            image->exif = &s;
+        if (image->xmp == nullptr && IsXmp(data, s))
+            image->xmp = &s;
+        if (image->mpf == nullptr && IsMpf(data, s))
+            image->mpf = &s;
+        if (IsIso(data, s))
+            image->iso.push_back(&s);
     }
 }
 
@@ -68,7 +72,8 @@ struct ImageXmp {
 ImageXmp ReadImageXmp(const uint8_t* data, const ImageSegments& image)
 {
     ImageXmp xmp;
-    if (image.xmp == nullptr) return xmp;
+    if (image.xmp == nullptr)
+        return xmp;
     xmp.present = true;
     const uint8_t* packet = data + image.xmp->payloadOffset + kXmpIdentifierSize;
     if (!ParseXmpPacket(packet, image.xmp->payloadSize - kXmpIdentifierSize, &xmp.properties)) {
@@ -96,9 +101,11 @@ size_t FindSoi(const uint8_t* data, size_t size, size_t from)
 {
     while (from < size) {
         const void* found = std::memchr(data + from, 0xFF, size - from);
-        if (found == nullptr) return kNotFound;
+        if (found == nullptr)
+            return kNotFound;
         const size_t at = static_cast<size_t>(static_cast<const uint8_t*>(found) - data);
-        if (StartsJpeg(data, size, at)) return at;
+        if (StartsJpeg(data, size, at))
+            return at;
         from = at + 1;
     }
     return kNotFound;
@@ -113,7 +120,8 @@ size_t CheckTarget(const uint8_t* data, size_t size, size_t primaryEnd, uint64_t
         return kNotFound;
     }
     const size_t at = static_cast<size_t>(target);
-    if (at < primaryEnd || !StartsJpeg(data, size, at)) return kNotFound;
+    if (at < primaryEnd || !StartsJpeg(data, size, at))
+        return kNotFound;
     return at;
 }
 
@@ -121,7 +129,8 @@ size_t LocateByMpf(const uint8_t* data, size_t size, size_t primaryEnd, const Mp
 {
     for (size_t i = 1; i < index.entries.size(); ++i) {
         const MpfEntry& entry = index.entries[i];
-        if (!IsGainMapCandidate(entry) || entry.offset == 0) continue;
+        if (!IsGainMapCandidate(entry) || entry.offset == 0)
+            continue;
         return CheckTarget(data, size, primaryEnd, uint64_t{index.base} + entry.offset, beyondEnd);
     }
     return kNotFound;
@@ -130,10 +139,12 @@ size_t LocateByMpf(const uint8_t* data, size_t size, size_t primaryEnd, const Mp
 size_t LocateByContainer(const uint8_t* data, size_t size, size_t primaryEnd, const std::vector<ContainerItem>& items,
                          bool* beyondEnd)
 {
-    if (items.size() < 2) return kNotFound;
+    if (items.size() < 2)
+        return kNotFound;
     // Every step is checked against the data's size, so the sum cannot wrap.
     auto advance = [size](uint64_t* offset, uint64_t by) {
-        if (by > size || *offset + by > size) return false;
+        if (by > size || *offset + by > size)
+            return false;
         *offset += by;
         return true;
     };
@@ -143,10 +154,11 @@ size_t LocateByContainer(const uint8_t* data, size_t size, size_t primaryEnd, co
         return kNotFound;
     }
     for (size_t i = 1; i < items.size(); ++i) {
-        if (items[i].semantic == "GainMap") return CheckTarget(data, size, primaryEnd, offset, beyondEnd);
-        if (!items[i].hasLength) return kNotFound;
-        if (!advance(&offset, items[i].length) ||
-            (items[i].hasPadding && !advance(&offset, items[i].padding))) {
+        if (items[i].semantic == "GainMap")
+            return CheckTarget(data, size, primaryEnd, offset, beyondEnd);
+        if (!items[i].hasLength)
+            return kNotFound;
+        if (!advance(&offset, items[i].length) || (items[i].hasPadding && !advance(&offset, items[i].padding))) {
             *beyondEnd = true;
             return kNotFound;
         }
@@ -156,14 +168,17 @@ size_t LocateByContainer(const uint8_t* data, size_t size, size_t primaryEnd, co
 
 bool Refuse(std::string* reason, const std::string& why)
 {
-    if (reason != nullptr) *reason = why;
+    if (reason != nullptr)
+        *reason = why;
     return false;
 }
 
 std::string WalkFailure(JpegWalkStatus status, const std::string& detail, const char* which)
 {
-    if (status == JpegWalkStatus::Truncated) return "truncated file";
-    if (status == JpegWalkStatus::NotJpeg) return std::string(which) + " is not a JPEG image";
+    if (status == JpegWalkStatus::Truncated)
+        return "truncated file";
+    if (status == JpegWalkStatus::NotJpeg)
+        return std::string(which) + " is not a JPEG image";
     return detail;
 }
 
@@ -177,7 +192,8 @@ IsoParseStatus ReadIso(const uint8_t* data, const std::vector<const JpegSegment*
         std::string why;
         const IsoParseStatus status = ParseIsoGainMap(data + s->payloadOffset + kIsoIdentifierSize,
                                                       s->payloadSize - kIsoIdentifierSize, block, &why);
-        if (status == IsoParseStatus::Full) return status;
+        if (status == IsoParseStatus::Full)
+            return status;
         if (status != IsoParseStatus::VersionOnly && result == IsoParseStatus::VersionOnly) {
             result = status;
             firstReason = why;
@@ -194,10 +210,13 @@ bool ValidateGainMapMetadata(const GainMapMetadata& m, std::string* reason)
     for (int c = 0; c < 3; ++c) {
         const double values[] = {m.gainMapMin[c], m.gainMapMax[c], m.gamma[c], m.offsetSdr[c], m.offsetHdr[c]};
         for (double v : values) {
-            if (!std::isfinite(v)) return Refuse(reason, "gain map metadata has a value that is not finite");
+            if (!std::isfinite(v))
+                return Refuse(reason, "gain map metadata has a value that is not finite");
         }
-        if (!(m.gamma[c] > 0.0)) return Refuse(reason, "gain map metadata has Gamma <= 0");
-        if (m.gainMapMin[c] > m.gainMapMax[c]) return Refuse(reason, "gain map metadata has GainMapMin > GainMapMax");
+        if (!(m.gamma[c] > 0.0))
+            return Refuse(reason, "gain map metadata has Gamma <= 0");
+        if (m.gainMapMin[c] > m.gainMapMax[c])
+            return Refuse(reason, "gain map metadata has GainMapMin > GainMapMax");
     }
     if (!std::isfinite(m.hdrCapacityMin) || !std::isfinite(m.hdrCapacityMax)) {
         return Refuse(reason, "gain map metadata has a value that is not finite");
@@ -205,22 +224,28 @@ bool ValidateGainMapMetadata(const GainMapMetadata& m, std::string* reason)
     if (!(m.hdrCapacityMax > m.hdrCapacityMin)) {
         return Refuse(reason, "gain map metadata has HDRCapacityMax <= HDRCapacityMin");
     }
-    return true;
+    // The library receives floats.
+    return CheckMetadataAsFloat(m, reason);
 }
 
+// NOLINTNEXTLINE(readability-function-size): the container's steps in file order
 bool ParseGainMapJpeg(const uint8_t* data, size_t size, GainMapJpeg* out, std::string* reason)
 {
     std::string scratch;
-    if (reason == nullptr) reason = &scratch;
+    if (reason == nullptr)
+        reason = &scratch;
     GainMapJpeg result;
-    if (data == nullptr || size == 0) return Refuse(reason, "empty file");
+    if (data == nullptr || size == 0)
+        return Refuse(reason, "empty file");
 
     // The primary, walked to its EOI.
     ImageSegments primary;
     std::string detail;
     JpegWalkStatus status = WalkJpeg(data, size, 0, &primary.walk, &detail);
-    if (status == JpegWalkStatus::NotJpeg) return Refuse(reason, "not a JPEG file");
-    if (status != JpegWalkStatus::Ok) return Refuse(reason, WalkFailure(status, detail, "primary image"));
+    if (status == JpegWalkStatus::NotJpeg)
+        return Refuse(reason, "not a JPEG file");
+    if (status != JpegWalkStatus::Ok)
+        return Refuse(reason, WalkFailure(status, detail, "primary image"));
     Classify(data, &primary);
     const size_t primaryEnd = primary.walk.end;
     result.primaryOffset = 0;
@@ -237,18 +262,22 @@ bool ParseGainMapJpeg(const uint8_t* data, size_t size, GainMapJpeg* out, std::s
     size_t mapStart = kNotFound;
     if (primary.mpf != nullptr) {
         MpfIndex index;
-        if (!ParseMpf(data, *primary.mpf, &index, &detail)) return Refuse(reason, detail);
+        if (!ParseMpf(data, *primary.mpf, &index, &detail))
+            return Refuse(reason, detail);
         mapStart = LocateByMpf(data, size, primaryEnd, index, &beyondEnd);
     }
     if (mapStart == kNotFound) {
         mapStart = LocateByContainer(data, size, primaryEnd, primaryXmp.properties.containerItems, &beyondEnd);
     }
-    if (mapStart == kNotFound) mapStart = FindSoi(data, size, primaryEnd);
-    if (mapStart == kNotFound) return Refuse(reason, beyondEnd ? "truncated file" : "no gain map");
+    if (mapStart == kNotFound)
+        mapStart = FindSoi(data, size, primaryEnd);
+    if (mapStart == kNotFound)
+        return Refuse(reason, beyondEnd ? "truncated file" : "no gain map");
 
     ImageSegments map;
     status = WalkJpeg(data, size, mapStart, &map.walk, &detail);
-    if (status != JpegWalkStatus::Ok) return Refuse(reason, WalkFailure(status, detail, "gain map"));
+    if (status != JpegWalkStatus::Ok)
+        return Refuse(reason, WalkFailure(status, detail, "gain map"));
     Classify(data, &map);
     result.gainMapOffset = mapStart;
     result.gainMapSize = map.walk.end - mapStart;
@@ -281,11 +310,14 @@ bool ParseGainMapJpeg(const uint8_t* data, size_t size, GainMapJpeg* out, std::s
         if (direction == IsoDirection::EqualHeadrooms) {
             return Refuse(reason, "gain map not to be applied (equal headrooms)");
         }
-        if (direction == IsoDirection::HdrBase) return Refuse(reason, "base rendition is HDR (unsupported)");
+        if (direction == IsoDirection::HdrBase)
+            return Refuse(reason, "base rendition is HDR (unsupported)");
         result.source = MetadataSource::Iso;
     } else if (hdrgm != nullptr) {
-        if (!HdrgmToMetadata(*hdrgm, &result.metadata, reason)) return false;
-        if (result.metadata.baseRenditionIsHdr) return Refuse(reason, "base rendition is HDR (unsupported)");
+        if (!HdrgmToMetadata(*hdrgm, &result.metadata, reason))
+            return false;
+        if (result.metadata.baseRenditionIsHdr)
+            return Refuse(reason, "base rendition is HDR (unsupported)");
         result.source = MetadataSource::Xmp;
     } else if (mapXmp.properties.appleGainMap) {
         return Refuse(reason, "Apple gain map, unsupported");
@@ -296,8 +328,10 @@ bool ParseGainMapJpeg(const uint8_t* data, size_t size, GainMapJpeg* out, std::s
     } else {
         return Refuse(reason, "no gain map (the second image has no gain map metadata)");
     }
-    if (!ValidateGainMapMetadata(result.metadata, reason)) return false;
-    if (out != nullptr) *out = result;
+    if (!ValidateGainMapMetadata(result.metadata, reason))
+        return false;
+    if (out != nullptr)
+        *out = result;
     return true;
 }
 
@@ -342,7 +376,8 @@ public:
         size_t cursor = cursor_;
         for (size_t i = next_; i < walk_.segments.size(); ++i) {
             const JpegSegment& s = walk_.segments[i];
-            if (!IsReplacedSegment(data, s)) continue;
+            if (!IsReplacedSegment(data, s))
+                continue;
             out->insert(out->end(), data + cursor, data + s.markerOffset);
             cursor = s.payloadOffset + s.payloadSize;
         }
@@ -388,12 +423,14 @@ std::vector<uint8_t> WriteGainMapJpeg(const std::vector<uint8_t>& primaryJpeg, c
 {
     Rewriter primary;
     Rewriter gainMap;
-    if (!primary.Open(primaryJpeg) || !gainMap.Open(gainMapJpeg)) return {};
+    if (!primary.Open(primaryJpeg) || !gainMap.Open(gainMapJpeg))
+        return {};
 
     // The gain map first: the primary's directory and index need its length.
     std::vector<uint8_t> map;
     gainMap.WriteHead(&map);
-    if (options.writeXmp && !AppendPayload(&map, kMarkerApp1, XmpPayload(BuildGainMapXmp(metadata)))) return {};
+    if (options.writeXmp && !AppendPayload(&map, kMarkerApp1, XmpPayload(BuildGainMapXmp(metadata))))
+        return {};
     std::vector<uint8_t> iso;
     if (options.writeIso && BuildIsoGainMapPayload(metadata, &iso) && !AppendPayload(&map, kMarkerApp2, iso)) {
         return {};
@@ -406,12 +443,15 @@ std::vector<uint8_t> WriteGainMapJpeg(const std::vector<uint8_t>& primaryJpeg, c
         !AppendPayload(&out, kMarkerApp1, BuildExifOrientationPayload(options.orientation))) {
         return {};
     }
-    if (!AppendPayload(&out, kMarkerApp1, XmpPayload(BuildPrimaryXmp(map.size())))) return {};
-    if (!AppendPayload(&out, kMarkerApp2, BuildIsoVersionPayload())) return {};
+    if (!AppendPayload(&out, kMarkerApp1, XmpPayload(BuildPrimaryXmp(map.size()))))
+        return {};
+    if (!AppendPayload(&out, kMarkerApp2, BuildIsoVersionPayload()))
+        return {};
     // The MPF segment has a fixed size: reserve it, fill it in once the
     // primary's length is known.
     const size_t mpfMarker = out.size();
-    if (!AppendPayload(&out, kMarkerApp2, std::vector<uint8_t>(kMpfPayloadSize, 0))) return {};
+    if (!AppendPayload(&out, kMarkerApp2, std::vector<uint8_t>(kMpfPayloadSize, 0)))
+        return {};
     primary.WriteRest(&out);
 
     const size_t primarySize = out.size();
@@ -419,9 +459,8 @@ std::vector<uint8_t> WriteGainMapJpeg(const std::vector<uint8_t>& primaryJpeg, c
         map.size() > std::numeric_limits<size_t>::max() - primarySize) {
         return {};
     }
-    const std::vector<uint8_t> mpf = BuildMpfPayload(static_cast<uint32_t>(primarySize),
-                                                     static_cast<uint32_t>(map.size()), mpfMarker,
-                                                     !options.littleEndianMpf);
+    const std::vector<uint8_t> mpf = BuildMpfPayload(
+        static_cast<uint32_t>(primarySize), static_cast<uint32_t>(map.size()), mpfMarker, !options.littleEndianMpf);
     std::memcpy(out.data() + mpfMarker + 4, mpf.data(), mpf.size());
     out.insert(out.end(), map.begin(), map.end());
     return out;

@@ -36,14 +36,14 @@ enum class MetadataSource {
 // A parsed file: byte ranges into the caller's buffer, never copies.
 struct GainMapJpeg {
     size_t primaryOffset = 0;
-    size_t primarySize = 0;   // SOI through EOI
+    size_t primarySize = 0;  // SOI through EOI
     size_t gainMapOffset = 0;
-    size_t gainMapSize = 0;   // SOI through EOI (a map that ends before its EOI is refused as truncated)
+    size_t gainMapSize = 0;  // SOI through EOI (a map that ends before its EOI is refused as truncated)
     GainMapMetadata metadata;
     MetadataSource source = MetadataSource::None;
-    bool hadXmp = false;      // hdrgm values were found in an XMP packet
-    bool hadIso = false;      // a full ISO block was found
-    int orientation = 1;      // EXIF orientation of the primary (IFD0), 1 when absent or invalid
+    bool hadXmp = false;  // hdrgm values were found in an XMP packet
+    bool hadIso = false;  // a full ISO block was found
+    int orientation = 1;  // EXIF orientation of the primary (IFD0), 1 when absent or invalid
 };
 
 // Parses data[0..size). On failure returns false and sets *reason to one
@@ -63,20 +63,18 @@ bool ParseGainMapJpeg(const uint8_t* data, size_t size, GainMapJpeg* out, std::s
 // codestreams are replaced; other segments (JFIF, ICC...) are kept, a
 // leading JFIF APP0 staying first. Returns an empty vector when either input
 // is not a complete JPEG codestream or the result would exceed 4 GiB.
-std::vector<uint8_t> WriteGainMapJpeg(const std::vector<uint8_t>& primaryJpeg,
-                                      const std::vector<uint8_t>& gainMapJpeg,
+std::vector<uint8_t> WriteGainMapJpeg(const std::vector<uint8_t>& primaryJpeg, const std::vector<uint8_t>& gainMapJpeg,
                                       const GainMapMetadata& metadata, int orientation = 1);
 
 // Choices of the writer beyond the defaults above, mostly for tests.
 struct GainMapWriteOptions {
-    int orientation = 1;          // 1..8; 1 (or anything else) writes no EXIF
-    bool writeXmp = true;         // the hdrgm values in the gain map's XMP
-    bool writeIso = true;         // the full ISO block (skipped when the values do not fit its rationals)
+    int orientation = 1;           // 1..8; 1 (or anything else) writes no EXIF
+    bool writeXmp = true;          // the hdrgm values in the gain map's XMP
+    bool writeIso = true;          // the full ISO block (skipped when the values do not fit its rationals)
     bool littleEndianMpf = false;  // MPF byte order; big-endian by default, readers must accept both
 };
 
-std::vector<uint8_t> WriteGainMapJpeg(const std::vector<uint8_t>& primaryJpeg,
-                                      const std::vector<uint8_t>& gainMapJpeg,
+std::vector<uint8_t> WriteGainMapJpeg(const std::vector<uint8_t>& primaryJpeg, const std::vector<uint8_t>& gainMapJpeg,
                                       const GainMapMetadata& metadata, const GainMapWriteOptions& options);
 
 // Checks what the reader requires of any metadata: finite values, Gamma > 0,

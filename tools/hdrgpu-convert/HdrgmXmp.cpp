@@ -15,8 +15,10 @@ bool ParseNumber(const std::string& text, double* value)
 {
     const char* begin = text.data();
     const char* end = begin + text.size();
-    if (begin != end && *begin == '+') ++begin;
-    if (begin == end) return false;
+    if (begin != end && *begin == '+')
+        ++begin;
+    if (begin == end)
+        return false;
     const std::from_chars_result result = std::from_chars(begin, end, *value, std::chars_format::general);
     return result.ec == std::errc() && result.ptr == end && std::isfinite(*value);
 }
@@ -45,7 +47,8 @@ bool ReadChannels(const HdrgmProperties& properties, const std::string& field, b
 {
     const auto found = properties.find(field);
     if (found == properties.end()) {
-        if (!required) return true;
+        if (!required)
+            return true;
         *reason = "gain map metadata missing " + field;
         return false;
     }
@@ -61,7 +64,8 @@ bool ReadChannels(const HdrgmProperties& properties, const std::string& field, b
             return false;
         }
     }
-    if (values.size() == 1) parsed[1] = parsed[2] = parsed[0];
+    if (values.size() == 1)
+        parsed[1] = parsed[2] = parsed[0];
     *out = parsed;
     return true;
 }
@@ -71,7 +75,8 @@ bool ReadScalar(const HdrgmProperties& properties, const std::string& field, boo
 {
     const auto found = properties.find(field);
     if (found == properties.end()) {
-        if (!required) return true;
+        if (!required)
+            return true;
         *reason = "gain map metadata missing " + field;
         return false;
     }
@@ -93,7 +98,8 @@ bool Uniform(const std::array<double, 3>& values)
 
 void AppendAttribute(std::string* xml, const char* field, const std::array<double, 3>& values)
 {
-    if (!Uniform(values)) return;
+    if (!Uniform(values))
+        return;
     *xml += "\n        hdrgm:";
     *xml += field;
     *xml += "=\"" + FormatXmpNumber(values[0]) + "\"";
@@ -101,11 +107,13 @@ void AppendAttribute(std::string* xml, const char* field, const std::array<doubl
 
 void AppendSeq(std::string* xml, const char* field, const std::array<double, 3>& values)
 {
-    if (Uniform(values)) return;
+    if (Uniform(values))
+        return;
     *xml += "      <hdrgm:";
     *xml += field;
     *xml += ">\n        <rdf:Seq>\n";
-    for (double value : values) *xml += "          <rdf:li>" + FormatXmpNumber(value) + "</rdf:li>\n";
+    for (double value : values)
+        *xml += "          <rdf:li>" + FormatXmpNumber(value) + "</rdf:li>\n";
     *xml += "        </rdf:Seq>\n      </hdrgm:";
     *xml += field;
     *xml += ">\n";
@@ -125,7 +133,8 @@ const char kPacketEnd[] =
 bool HasHdrgmValues(const HdrgmProperties& properties)
 {
     for (const auto& property : properties) {
-        if (property.first != "Version") return true;
+        if (property.first != "Version")
+            return true;
     }
     return false;
 }
@@ -157,7 +166,8 @@ std::string FormatXmpNumber(double value)
 {
     char buffer[64];
     const std::to_chars_result result = std::to_chars(buffer, buffer + sizeof(buffer), value);
-    if (result.ec != std::errc()) return "0";
+    if (result.ec != std::errc())
+        return "0";
     return std::string(buffer, result.ptr);
 }
 
@@ -196,20 +206,22 @@ std::string BuildPrimaryXmp(size_t gainMapLength)
     xml += kNsContainer;
     xml += "\"\n        xmlns:Item=\"";
     xml += kNsContainerItem;
-    xml += "\"\n        hdrgm:Version=\"1.0\">\n"
-           "      <Container:Directory>\n"
-           "        <rdf:Seq>\n"
-           "          <rdf:li rdf:parseType=\"Resource\">\n"
-           "            <Container:Item Item:Semantic=\"Primary\" Item:Mime=\"image/jpeg\"/>\n"
-           "          </rdf:li>\n"
-           "          <rdf:li rdf:parseType=\"Resource\">\n"
-           "            <Container:Item Item:Semantic=\"GainMap\" Item:Mime=\"image/jpeg\" Item:Length=\"";
+    xml +=
+        "\"\n        hdrgm:Version=\"1.0\">\n"
+        "      <Container:Directory>\n"
+        "        <rdf:Seq>\n"
+        "          <rdf:li rdf:parseType=\"Resource\">\n"
+        "            <Container:Item Item:Semantic=\"Primary\" Item:Mime=\"image/jpeg\"/>\n"
+        "          </rdf:li>\n"
+        "          <rdf:li rdf:parseType=\"Resource\">\n"
+        "            <Container:Item Item:Semantic=\"GainMap\" Item:Mime=\"image/jpeg\" Item:Length=\"";
     xml += std::to_string(gainMapLength);
-    xml += "\"/>\n"
-           "          </rdf:li>\n"
-           "        </rdf:Seq>\n"
-           "      </Container:Directory>\n"
-           "    </rdf:Description>\n";
+    xml +=
+        "\"/>\n"
+        "          </rdf:li>\n"
+        "        </rdf:Seq>\n"
+        "      </Container:Directory>\n"
+        "    </rdf:Description>\n";
     xml += kPacketEnd;
     return xml;
 }

@@ -22,7 +22,8 @@ struct PngError {
     png_longjmp(png, 1);
 }
 
-void OnPngWarning(png_structp, png_const_charp) {}
+void OnPngWarning(png_structp, png_const_charp)
+{}
 
 // The libpng calls, behind the error jump. Every object that lives across the
 // setjmp exists before it.

@@ -16,7 +16,8 @@ public:
 
     bool ReadCommonDenominator()
     {
-        if (!reader_.U32(offset_, &common_)) return false;
+        if (!reader_.U32(offset_, &common_))
+            return false;
         offset_ += 4;
         useCommon_ = true;
         return true;
@@ -26,14 +27,16 @@ public:
     bool Unsigned(double* value, bool* zeroDenominator)
     {
         uint32_t numerator = 0;
-        if (!reader_.U32(offset_, &numerator)) return false;
+        if (!reader_.U32(offset_, &numerator))
+            return false;
         offset_ += 4;
         return Finish(static_cast<double>(numerator), value, zeroDenominator);
     }
     bool Signed(double* value, bool* zeroDenominator)
     {
         int32_t numerator = 0;
-        if (!reader_.S32(offset_, &numerator)) return false;
+        if (!reader_.S32(offset_, &numerator))
+            return false;
         offset_ += 4;
         return Finish(static_cast<double>(numerator), value, zeroDenominator);
     }
@@ -43,7 +46,8 @@ private:
     {
         uint32_t denominator = common_;
         if (!useCommon_) {
-            if (!reader_.U32(offset_, &denominator)) return false;
+            if (!reader_.U32(offset_, &denominator))
+                return false;
             offset_ += 4;
         }
         if (denominator == 0) {
@@ -65,7 +69,8 @@ constexpr int kMaxDenominatorLog2 = 30;
 
 bool ToSignedRational(double value, int32_t* numerator, uint32_t* denominator)
 {
-    if (!std::isfinite(value)) return false;
+    if (!std::isfinite(value))
+        return false;
     for (int k = kMaxDenominatorLog2; k >= 0; --k) {
         const double scaled = std::round(std::ldexp(value, k));
         if (scaled >= static_cast<double>(std::numeric_limits<int32_t>::min()) &&
@@ -80,7 +85,8 @@ bool ToSignedRational(double value, int32_t* numerator, uint32_t* denominator)
 
 bool ToUnsignedRational(double value, uint32_t* numerator, uint32_t* denominator)
 {
-    if (!std::isfinite(value) || value < 0.0) return false;
+    if (!std::isfinite(value) || value < 0.0)
+        return false;
     for (int k = kMaxDenominatorLog2; k >= 0; --k) {
         const double scaled = std::round(std::ldexp(value, k));
         if (scaled <= static_cast<double>(std::numeric_limits<uint32_t>::max())) {
@@ -96,7 +102,8 @@ bool PutSigned(std::vector<uint8_t>* out, double value)
 {
     int32_t numerator = 0;
     uint32_t denominator = 1;
-    if (!ToSignedRational(value, &numerator, &denominator)) return false;
+    if (!ToSignedRational(value, &numerator, &denominator))
+        return false;
     PutU32(out, static_cast<uint32_t>(numerator));
     PutU32(out, denominator);
     return true;
@@ -106,7 +113,8 @@ bool PutUnsigned(std::vector<uint8_t>* out, double value)
 {
     uint32_t numerator = 0;
     uint32_t denominator = 1;
-    if (!ToUnsignedRational(value, &numerator, &denominator)) return false;
+    if (!ToUnsignedRational(value, &numerator, &denominator))
+        return false;
     PutU32(out, numerator);
     PutU32(out, denominator);
     return true;
@@ -137,7 +145,8 @@ IsoParseStatus ParseIsoGainMap(const uint8_t* payload, size_t size, IsoGainMapBl
         *reason = "unsupported ISO 21496-1 gain map metadata version " + std::to_string(out->minimumVersion);
         return IsoParseStatus::UnsupportedVersion;
     }
-    if (size == 4) return IsoParseStatus::VersionOnly;
+    if (size == 4)
+        return IsoParseStatus::VersionOnly;
     if (!reader.U8(4, &out->flags)) {
         *reason = "corrupt ISO 21496-1 gain map metadata (too short)";
         return IsoParseStatus::Corrupt;
@@ -228,7 +237,8 @@ bool BuildIsoGainMapPayload(const GainMapMetadata& metadata, std::vector<uint8_t
                PutSigned(&out, hdrBase ? metadata.offsetHdr[c] : metadata.offsetSdr[c]) &&
                PutSigned(&out, hdrBase ? metadata.offsetSdr[c] : metadata.offsetHdr[c]);
     }
-    if (!fits) return false;
+    if (!fits)
+        return false;
 
     // Read it back as the reader would: the rounding must not break the
     // metadata's validity or flip its direction.

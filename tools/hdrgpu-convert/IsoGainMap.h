@@ -48,9 +48,9 @@ enum class IsoParseStatus {
 IsoParseStatus ParseIsoGainMap(const uint8_t* payload, size_t size, IsoGainMapBlock* out, std::string* reason);
 
 enum class IsoDirection {
-    SdrBase,          // base headroom < alternate headroom
-    HdrBase,          // alternate headroom < base headroom
-    EqualHeadrooms,   // the map is not to be applied
+    SdrBase,         // base headroom < alternate headroom
+    HdrBase,         // alternate headroom < base headroom
+    EqualHeadrooms,  // the map is not to be applied
 };
 
 // Converts to the XMP quantities: for an SDR base HDRCapacityMin/Max = base/

@@ -1,8 +1,10 @@
 #include "JpegPlanes.h"
 
+#include "DeclaredSize.h"
+
+#include <csetjmp>
 #include <cstdio>  // jpeglib.h needs FILE
 #include <cstdlib>
-#include <csetjmp>
 #include <cstring>
 
 #include <jerror.h>
@@ -79,7 +81,8 @@ uint8_t ClampToByte(double v)
     if (v >= 255.0) {
         return 255;
     }
-    return static_cast<uint8_t>(v + 0.5);
+    // Half up by truncation: the converter's outputs are defined by it.
+    return static_cast<uint8_t>(v + 0.5);  // NOLINT(bugprone-incorrect-roundings)
 }
 
 // One decoded row of interleaved Y, Cb, Cr into three planes (the rows never
@@ -159,15 +162,22 @@ std::string RefusedColourSpace(const jpeg_decompress_struct& cinfo)
     }
 }
 
-std::string SizeRefusal(const jpeg_decompress_struct& cinfo)
+std::string SizeRefusal(const jpeg_decompress_struct& cinfo, size_t size)
 {
     const long long pixels = static_cast<long long>(cinfo.image_width) * cinfo.image_height;
     if (cinfo.image_width < 1 || cinfo.image_height < 1) {
         return "JPEG image has no pixels";
     }
     if (pixels > kMaxPixels) {
-        return "image too large (" + std::to_string(cinfo.image_width) + "x" +
-               std::to_string(cinfo.image_height) + ")";
+        return "image too large (" + std::to_string(cinfo.image_width) + "x" + std::to_string(cinfo.image_height) + ")";
+    }
+    // Nothing is allocated for a size the data cannot hold. Arithmetic coding
+    // has no such floor; only the pixel limits bound it.
+    const uint64_t least = MinimumHuffmanCodestreamBytes(cinfo.image_width, cinfo.image_height);
+    if (!cinfo.arith_code && size < least) {
+        return "JPEG data too small for its declared size (" + std::to_string(cinfo.image_width) + "x" +
+               std::to_string(cinfo.image_height) + " needs at least " + std::to_string(least) + " bytes, has " +
+               std::to_string(size) + ")";
     }
     return "";
 }
@@ -185,7 +195,7 @@ bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
     jpeg_read_header(cinfo, TRUE);
     *refusal = RefusedColourSpace(*cinfo);
     if (refusal->empty()) {
-        *refusal = SizeRefusal(*cinfo);
+        *refusal = SizeRefusal(*cinfo, size);
     }
     if (!refusal->empty()) {
         return false;
@@ -205,9 +215,9 @@ bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
     const int channels = cinfo->output_components;
     const int rowsAtOnce = cinfo->rec_outbuf_height > 0 ? cinfo->rec_outbuf_height : 1;
     // Freed with the decompressor.
-    JSAMPARRAY rows = (*cinfo->mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(cinfo), JPOOL_IMAGE,
-                                                  static_cast<JDIMENSION>(width * channels),
-                                                  static_cast<JDIMENSION>(rowsAtOnce));
+    JSAMPARRAY rows =
+        (*cinfo->mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(cinfo), JPOOL_IMAGE,
+                                    static_cast<JDIMENSION>(width * channels), static_cast<JDIMENSION>(rowsAtOnce));
     while (cinfo->output_scanline < cinfo->output_height) {
         const size_t first = cinfo->output_scanline;
         const JDIMENSION got = jpeg_read_scanlines(cinfo, rows, static_cast<JDIMENSION>(rowsAtOnce));
@@ -244,8 +254,8 @@ bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
     return true;
 }
 
-bool Header(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size, int* width,
-            int* height, std::string* refusal)
+bool Header(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size, int* width, int* height,
+            std::string* refusal)
 {
     if (setjmp(err->jump) != 0) {
         return false;
@@ -255,7 +265,7 @@ bool Header(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
     jpeg_read_header(cinfo, TRUE);
     *refusal = RefusedColourSpace(*cinfo);
     if (refusal->empty()) {
-        *refusal = SizeRefusal(*cinfo);
+        *refusal = SizeRefusal(*cinfo, size);
     }
     *width = static_cast<int>(cinfo->image_width);
     *height = static_cast<int>(cinfo->image_height);
@@ -274,8 +284,7 @@ std::string DecoderReason(const ErrorManager& err, const std::string& refusal)
         // libjpeg's own corruption warnings already say so.
         const std::string message = err.message;
         const std::string prefix = "Corrupt JPEG data: ";
-        return "corrupt JPEG data: " +
-               (message.rfind(prefix, 0) == 0 ? message.substr(prefix.size()) : message);
+        return "corrupt JPEG data: " + (message.rfind(prefix, 0) == 0 ? message.substr(prefix.size()) : message);
     }
     return "corrupt JPEG data";
 }
@@ -337,7 +346,10 @@ std::vector<uint8_t> EncodeInterleaved(const uint8_t* pixels, int width, int hei
     unsigned char* buffer = nullptr;
     unsigned long bufferSize = 0;
     const bool ok = Encode(&cinfo, &err, &buffer, &bufferSize, pixels, width, height, components, space,
-                           quality < 1 ? 1 : quality > 100 ? 100 : quality, sampling);
+                           quality < 1     ? 1
+                           : quality > 100 ? 100
+                                           : quality,
+                           sampling);
     jpeg_destroy_compress(&cinfo);
     if (ok && buffer != nullptr) {
         result.assign(buffer, buffer + bufferSize);

@@ -17,9 +17,11 @@ size_t ScanEntropyCodedData(const uint8_t* data, size_t size, size_t pos)
 {
     while (pos < size) {
         const void* found = std::memchr(data + pos, 0xFF, size - pos);
-        if (found == nullptr) return size;
+        if (found == nullptr)
+            return size;
         pos = static_cast<size_t>(static_cast<const uint8_t*>(found) - data);
-        if (pos + 1 >= size) return size;
+        if (pos + 1 >= size)
+            return size;
         const uint8_t next = data[pos + 1];
         if (next == 0x00 || (next >= 0xD0 && next <= 0xD7)) {
             pos += 2;  // stuffed data byte, or a restart marker
@@ -55,7 +57,8 @@ JpegWalkStatus WalkJpeg(const uint8_t* data, size_t size, size_t start, JpegWalk
         }
         // Fill bytes: the marker is the last FF of a run.
         size_t markerOffset = pos;
-        while (markerOffset + 1 < size && data[markerOffset + 1] == 0xFF) ++markerOffset;
+        while (markerOffset + 1 < size && data[markerOffset + 1] == 0xFF)
+            ++markerOffset;
         if (markerOffset + 1 >= size) {
             *detail = "truncated file";
             return JpegWalkStatus::Truncated;
@@ -74,7 +77,8 @@ JpegWalkStatus WalkJpeg(const uint8_t* data, size_t size, size_t start, JpegWalk
             *detail = "corrupt JPEG (unexpected marker at offset " + std::to_string(markerOffset) + ")";
             return JpegWalkStatus::Corrupt;
         }
-        if (IsStandalone(marker)) continue;
+        if (IsStandalone(marker))
+            continue;
         if (size - pos < 2) {
             *detail = "truncated file";
             return JpegWalkStatus::Truncated;
@@ -110,7 +114,8 @@ bool SegmentHasIdentifier(const uint8_t* data, const JpegSegment& segment, const
 
 bool AppendSegment(std::vector<uint8_t>* out, uint8_t marker, const uint8_t* payload, size_t payloadSize)
 {
-    if (payloadSize > kMaxSegmentPayload) return false;
+    if (payloadSize > kMaxSegmentPayload)
+        return false;
     const size_t length = payloadSize + 2;
     out->push_back(0xFF);
     out->push_back(marker);

@@ -1,6 +1,7 @@
 // hdrgpu-convert: renders gain-map JPEG photographs into 8-bit HDR pictures
 // (PNG or raw RGBA) with the HDR GPU library, as a host of the library does,
 // and from those into PQ files (16-bit PNG, AVIF) for HDR-aware viewers.
+#include "DeclaredSize.h"
 #include "GainMapJpeg.h"
 #include "HdrOutput.h"
 #include "ImageOutput.h"
@@ -93,6 +94,11 @@ const char* const kHelp =
     "                           the environment's values (HDRGPU_SYSTEM_INFO_1301,\n"
     "                           HDRGPU_SYSTEM_INFO_1302), else the factory defaults.\n"
     "\n"
+    "Limits:\n"
+    "      --max-megapixels N   refuse a file whose primary image or gain map\n"
+    "                           declares more than N megapixels, before anything\n"
+    "                           is decoded (default 120)\n"
+    "\n"
     "Messages:\n"
     "      --log FILE           write the library's log (its standard-output copy\n"
     "                           and its logger lines) to FILE; by default both are\n"
@@ -125,6 +131,7 @@ struct Options {
     int width = 0;
     int height = 0;
     hdrconvert::RendererOptions renderer;
+    int maxMegapixels = hdrconvert::kDefaultMaxMegapixels;
     std::string logPath;
     std::string samplePath;
     hdrconvert::SampleOptions sample;
@@ -174,6 +181,7 @@ const char* FormatName(OutputFormat format)
 }
 
 // Parses argv into options; false with a message for a bad command line.
+// NOLINTNEXTLINE(readability-function-size): one short branch per option
 bool ParseArguments(int argc, char** argv, Options* o, std::string* error)
 {
     bool onlyInputs = false;
@@ -257,6 +265,11 @@ bool ParseArguments(int argc, char** argv, Options* o, std::string* error)
         } else if (arg == "--size") {
             if (!takeValue(&v) || !ParseSize(v, &o->width, &o->height)) {
                 *error = error->empty() ? "--size takes WxH (1..16384 each), e.g. 1920x1080" : *error;
+                return false;
+            }
+        } else if (arg == "--max-megapixels") {
+            if (!takeValue(&v) || !ParseInt(v, 1, 1000000, &o->maxMegapixels)) {
+                *error = error->empty() ? "--max-megapixels takes 1..1000000" : *error;
                 return false;
             }
         } else if (arg == "--yuv") {
@@ -589,6 +602,9 @@ FileResult ConvertOne(const std::string& input, const std::string& output, const
     rec.orientation = hdrconvert::NormalizeOrientation(parsed.orientation);
     if (parsed.metadata.baseRenditionIsHdr) {
         r.reason = "base rendition is HDR (unsupported)";
+        return r;
+    }
+    if (!hdrconvert::CheckDeclaredSizes(bytes.data(), parsed, o.maxMegapixels, &r.reason)) {
         return r;
     }
     // The primary is decoded by the renderer, where the library reads it

@@ -29,7 +29,8 @@ bool ParseMpf(const uint8_t* data, const JpegSegment& segment, MpfIndex* out, st
     }
     out->base = segment.payloadOffset + kMpfIdentifierSize;
     ByteReader mpf(data + out->base, segment.payloadSize - kMpfIdentifierSize);
-    if (!mpf.Has(0, 8)) return Fail(reason, "header");
+    if (!mpf.Has(0, 8))
+        return Fail(reason, "header");
     const uint8_t* header = mpf.Data();
     if (header[0] == 'I' && header[1] == 'I' && header[2] == 0x2A && header[3] == 0x00) {
         out->bigEndian = false;
@@ -42,8 +43,10 @@ bool ParseMpf(const uint8_t* data, const JpegSegment& segment, MpfIndex* out, st
 
     uint32_t ifdOffset = 0;
     uint16_t count = 0;
-    if (!mpf.U32(4, &ifdOffset) || !mpf.U16(ifdOffset, &count)) return Fail(reason, "IFD offset");
-    if (!mpf.Has(size_t{ifdOffset} + 2, size_t{count} * 12)) return Fail(reason, "IFD entries");
+    if (!mpf.U32(4, &ifdOffset) || !mpf.U16(ifdOffset, &count))
+        return Fail(reason, "IFD offset");
+    if (!mpf.Has(size_t{ifdOffset} + 2, size_t{count} * 12))
+        return Fail(reason, "IFD entries");
 
     bool haveEntries = false;
     uint32_t entriesOffset = 0;
@@ -59,19 +62,24 @@ bool ParseMpf(const uint8_t* data, const JpegSegment& segment, MpfIndex* out, st
         mpf.U32(at + 4, &valueCount);
         mpf.U32(at + 8, &value);
         if (tag == kTagMpEntry) {
-            if (type != kTypeUndefined) return Fail(reason, "MP entry type");
-            if (valueCount == 0 || valueCount % kEntrySize != 0) return Fail(reason, "MP entry size");
+            if (type != kTypeUndefined)
+                return Fail(reason, "MP entry type");
+            if (valueCount == 0 || valueCount % kEntrySize != 0)
+                return Fail(reason, "MP entry size");
             haveEntries = true;
             entriesOffset = value;
             entriesBytes = valueCount;
         } else if (tag == kTagNumberOfImages) {
-            if (type != kTypeLong || valueCount != 1) return Fail(reason, "number of images");
+            if (type != kTypeLong || valueCount != 1)
+                return Fail(reason, "number of images");
         } else if (tag == kTagMpfVersion) {
             // Version "0100"; other versions are read the same way.
         }
     }
-    if (!haveEntries) return Fail(reason, "no MP entries");
-    if (!mpf.Has(entriesOffset, entriesBytes)) return Fail(reason, "MP entries outside the segment");
+    if (!haveEntries)
+        return Fail(reason, "no MP entries");
+    if (!mpf.Has(entriesOffset, entriesBytes))
+        return Fail(reason, "MP entries outside the segment");
 
     const size_t entryCount = entriesBytes / kEntrySize;
     out->entries.reserve(entryCount);
@@ -94,8 +102,7 @@ bool IsGainMapCandidate(const MpfEntry& entry)
     return (entry.attribute & kMpfFormatMask) == 0 && (type == kMpfTypeUndefined || type == kMpfTypeGainMap);
 }
 
-std::vector<uint8_t> BuildMpfPayload(uint32_t primarySize, uint32_t gainMapSize, size_t mpfMarkerOffset,
-                                     bool bigEndian)
+std::vector<uint8_t> BuildMpfPayload(uint32_t primarySize, uint32_t gainMapSize, size_t mpfMarkerOffset, bool bigEndian)
 {
     std::vector<uint8_t> out(kMpfIdentifier, kMpfIdentifier + kMpfIdentifierSize);
     const bool be = bigEndian;

@@ -12,11 +12,11 @@
 
 namespace hdrconvert {
 
-constexpr char kMpfIdentifier[] = "MPF";            // with its NUL: 4 bytes
+constexpr char kMpfIdentifier[] = "MPF";  // with its NUL: 4 bytes
 constexpr size_t kMpfIdentifierSize = 4;
-constexpr size_t kMpfPayloadSize = 86;               // the segment's length field is 88
+constexpr size_t kMpfPayloadSize = 86;  // the segment's length field is 88
 constexpr uint32_t kMpfTypeMask = 0x00FFFFFF;
-constexpr uint32_t kMpfFormatMask = 0x07000000;      // 0 = JPEG
+constexpr uint32_t kMpfFormatMask = 0x07000000;  // 0 = JPEG
 constexpr uint32_t kMpfTypeBaselinePrimary = 0x030000;
 constexpr uint32_t kMpfTypeUndefined = 0x000000;
 constexpr uint32_t kMpfTypeGainMap = 0x050000;

@@ -55,8 +55,7 @@ void OrientedSize(int exifOrientation, int width, int height, int* orientedWidth
     *orientedHeight = swap ? width : height;
 }
 
-void StoredPixelFor(int exifOrientation, int storedWidth, int storedHeight, int x, int y, int* storedX,
-                    int* storedY)
+void StoredPixelFor(int exifOrientation, int storedWidth, int storedHeight, int x, int y, int* storedX, int* storedY)
 {
     const int w = storedWidth;
     const int h = storedHeight;

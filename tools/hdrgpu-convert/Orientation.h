@@ -50,14 +50,12 @@ bool OrientationSwapsSize(int exifOrientation);
 void OrientedSize(int exifOrientation, int width, int height, int* orientedWidth, int* orientedHeight);
 
 // The stored pixel that displayed pixel (x, y) shows (the table above).
-void StoredPixelFor(int exifOrientation, int storedWidth, int storedHeight, int x, int y, int* storedX,
-                    int* storedY);
+void StoredPixelFor(int exifOrientation, int storedWidth, int storedHeight, int x, int y, int* storedX, int* storedY);
 
 // The displayed picture of a stored one of `channels` interleaved bytes per
 // pixel, rows tightly packed. Returns the oriented bytes (rows tightly packed,
 // OrientedSize wide and high).
-std::vector<uint8_t> OrientPixels(const uint8_t* stored, int width, int height, int channels,
-                                  int exifOrientation);
+std::vector<uint8_t> OrientPixels(const uint8_t* stored, int width, int height, int channels, int exifOrientation);
 
 }  // namespace hdrconvert
 

@@ -354,8 +354,7 @@ bool Renderer::DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill&
     return true;
 }
 
-bool Renderer::RenderStreaming(const Picture& picture, int outW, int outH, RenderedPicture* out,
-                               std::string* reason)
+bool Renderer::RenderStreaming(const Picture& picture, int outW, int outH, RenderedPicture* out, std::string* reason)
 {
     HdrInfo info;
     DescribePicture(picture, outW, outH, true, &info);

@@ -70,8 +70,8 @@ struct Picture {
     const YuvPlanes* primary = nullptr;
     const YuvPlanes* gainMap = nullptr;
     GainMapMetadata metadata;
-    int orientation = 1;   // EXIF 1..8
-    int outputWidth = 0;   // the displayed size; 0 x 0: the oriented primary's size
+    int orientation = 1;  // EXIF 1..8
+    int outputWidth = 0;  // the displayed size; 0 x 0: the oriented primary's size
     int outputHeight = 0;
 };
 

@@ -17,11 +17,11 @@
 namespace hdrconvert {
 
 struct SampleOptions {
-    int width = 960;        // the primary's stored size
+    int width = 960;  // the primary's stored size
     int height = 540;
-    int gainMapDivisor = 2; // the gain map is ceil(width / d) x ceil(height / d)
-    int orientation = 1;    // EXIF orientation written into the primary
-    int quality = 95;       // JPEG quality of both images
+    int gainMapDivisor = 2;  // the gain map is ceil(width / d) x ceil(height / d)
+    int orientation = 1;     // EXIF orientation written into the primary
+    int quality = 95;        // JPEG quality of both images
 };
 
 // The metadata every sample carries: three channels, GainMapMin 0,

@@ -34,7 +34,8 @@ std::string Trim(const std::string& text)
 {
     const char* space = " \t\r\n";
     const size_t first = text.find_first_not_of(space);
-    if (first == std::string::npos) return std::string();
+    if (first == std::string::npos)
+        return std::string();
     const size_t last = text.find_last_not_of(space);
     return text.substr(first, last - first + 1);
 }
@@ -43,7 +44,8 @@ std::string Trim(const std::string& text)
 std::string Content(const xmlNode* node)
 {
     xmlChar* content = xmlNodeGetContent(node);
-    if (content == nullptr) return std::string();
+    if (content == nullptr)
+        return std::string();
     std::string text = Text(content);
     xmlFree(content);
     return Trim(text);
@@ -52,7 +54,8 @@ std::string Content(const xmlNode* node)
 const xmlNode* FirstElementChild(const xmlNode* node)
 {
     for (const xmlNode* child = node->children; child != nullptr; child = child->next) {
-        if (child->type == XML_ELEMENT_NODE) return child;
+        if (child->type == XML_ELEMENT_NODE)
+            return child;
     }
     return nullptr;
 }
@@ -61,15 +64,20 @@ const xmlNode* FirstElementChild(const xmlNode* node)
 std::vector<std::string> PropertyElementValues(const xmlNode* element)
 {
     const xmlNode* child = FirstElementChild(element);
-    if (child == nullptr) return {Content(element)};
-    if (!Is(child, kNsRdf, "Seq")) return {};
+    if (child == nullptr)
+        return {Content(element)};
+    if (!Is(child, kNsRdf, "Seq"))
+        return {};
     for (const xmlNode* other = child->next; other != nullptr; other = other->next) {
-        if (other->type == XML_ELEMENT_NODE) return {};  // more than one structure
+        if (other->type == XML_ELEMENT_NODE)
+            return {};  // more than one structure
     }
     std::vector<std::string> values;
     for (const xmlNode* item = child->children; item != nullptr; item = item->next) {
-        if (item->type != XML_ELEMENT_NODE) continue;
-        if (!Is(item, kNsRdf, "li") || FirstElementChild(item) != nullptr) return {};
+        if (item->type != XML_ELEMENT_NODE)
+            continue;
+        if (!Is(item, kNsRdf, "li") || FirstElementChild(item) != nullptr)
+            return {};
         values.push_back(Content(item));
     }
     return values;
@@ -79,7 +87,8 @@ bool ParseUnsigned(const std::string& text, uint64_t* value)
 {
     const char* begin = text.data();
     const char* end = begin + text.size();
-    if (begin == end) return false;
+    if (begin == end)
+        return false;
     const std::from_chars_result result = std::from_chars(begin, end, *value);
     return result.ec == std::errc() && result.ptr == end;
 }
@@ -131,7 +140,8 @@ void VisitElement(const xmlNode* element, XmpProperties* found)
     if (InNamespace(element->ns, kNsHdrgm)) {
         found->hdrgm.emplace(name, PropertyElementValues(element));
     } else if (InNamespace(element->ns, kNsXmpNote) && name == "HasExtendedXMP") {
-        if (found->extendedXmpGuid.empty()) found->extendedXmpGuid = Content(element);
+        if (found->extendedXmpGuid.empty())
+            found->extendedXmpGuid = Content(element);
     } else if (InNamespace(element->ns, kNsAppleHdrGainMap)) {
         found->appleGainMap = true;
     } else if (Is(element, kNsContainer, "Item")) {
@@ -151,14 +161,18 @@ void VisitTree(const xmlNode* root, XmpProperties* found)
                 continue;
             }
         }
-        while (node != nullptr && node != root && node->next == nullptr) node = node->parent;
-        if (node == nullptr || node == root) break;
+        while (node != nullptr && node != root && node->next == nullptr)
+            node = node->parent;
+        if (node == nullptr || node == root)
+            break;
         node = node->next;
     }
 }
 
-void IgnoreStructuredError(void*, xmlErrorPtr) {}
-void IgnoreError(void*, const char*, ...) {}
+void IgnoreStructuredError(void*, xmlErrorPtr)
+{}
+void IgnoreError(void*, const char*, ...)
+{}
 
 // A packet has no business declaring a DTD; stop before its entities.
 void RefuseDtd(void* context, const xmlChar*, const xmlChar*, const xmlChar*)
@@ -180,11 +194,14 @@ struct DocDeleter {
 bool ParseXmpPacket(const uint8_t* data, size_t size, XmpProperties* out)
 {
     // Writers pad packets with NULs or end them with one.
-    while (size > 0 && data[size - 1] == 0) --size;
-    if (size == 0 || size > static_cast<size_t>(INT_MAX)) return false;
+    while (size > 0 && data[size - 1] == 0)
+        --size;
+    if (size == 0 || size > static_cast<size_t>(INT_MAX))
+        return false;
     xmlInitParser();
     std::unique_ptr<xmlParserCtxt, ContextDeleter> context(xmlNewParserCtxt());
-    if (!context) return false;
+    if (!context)
+        return false;
     bool declaredDtd = false;
     context->_private = &declaredDtd;
     context->sax->internalSubset = RefuseDtd;
@@ -195,10 +212,12 @@ bool ParseXmpPacket(const uint8_t* data, size_t size, XmpProperties* out)
     context->vctxt.warning = IgnoreError;
     const int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_NOCDATA;
     std::unique_ptr<xmlDoc, DocDeleter> doc(xmlCtxtReadMemory(context.get(), reinterpret_cast<const char*>(data),
-                                                               static_cast<int>(size), nullptr, nullptr, options));
-    if (!doc || declaredDtd || !context->wellFormed || doc->intSubset != nullptr) return false;
+                                                              static_cast<int>(size), nullptr, nullptr, options));
+    if (!doc || declaredDtd || !context->wellFormed || doc->intSubset != nullptr)
+        return false;
     const xmlNode* root = xmlDocGetRootElement(doc.get());
-    if (root == nullptr) return false;
+    if (root == nullptr)
+        return false;
     XmpProperties found = *out;
     VisitTree(root, &found);
     *out = std::move(found);
@@ -209,7 +228,8 @@ bool AssembleExtendedXmp(const uint8_t* data, const std::vector<JpegSegment>& se
                          std::vector<uint8_t>* out)
 {
     out->clear();
-    if (guid.size() != kExtendedXmpGuidSize) return false;
+    if (guid.size() != kExtendedXmpGuidSize)
+        return false;
     constexpr size_t kHeader = kExtendedXmpIdentifierSize + kExtendedXmpGuidSize + 8;
     struct Chunk {
         uint32_t fullLength;
@@ -222,8 +242,8 @@ bool AssembleExtendedXmp(const uint8_t* data, const std::vector<JpegSegment>& se
     for (const JpegSegment& segment : segments) {
         if (segment.marker != kMarkerApp1 || segment.payloadSize < kHeader ||
             !SegmentHasIdentifier(data, segment, kExtendedXmpIdentifier, kExtendedXmpIdentifierSize) ||
-            std::memcmp(data + segment.payloadOffset + kExtendedXmpIdentifierSize, guid.data(),
-                        kExtendedXmpGuidSize) != 0) {
+            std::memcmp(data + segment.payloadOffset + kExtendedXmpIdentifierSize, guid.data(), kExtendedXmpGuidSize) !=
+                0) {
             continue;
         }
         ByteReader reader(data + segment.payloadOffset, segment.payloadSize);
@@ -235,10 +255,12 @@ bool AssembleExtendedXmp(const uint8_t* data, const std::vector<JpegSegment>& se
         chunks.push_back(chunk);
         chunkBytes += chunk.dataSize;
     }
-    if (chunks.empty()) return false;
+    if (chunks.empty())
+        return false;
     const uint32_t fullLength = chunks.front().fullLength;
     // The chunks must fill the packet, so it cannot be longer than they are.
-    if (fullLength == 0 || fullLength > chunkBytes) return false;
+    if (fullLength == 0 || fullLength > chunkBytes)
+        return false;
     out->assign(fullLength, 0);
     std::vector<uint8_t> filled(fullLength, 0);
     size_t filledCount = 0;

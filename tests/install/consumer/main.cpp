@@ -8,5 +8,7 @@ int main()
     GpuGenerateHdrInitOption option{};
     option.usePBO = true;
     std::printf("HdrInfo %zu GpuGenerateHdrInitOption %zu\n", sizeof(HdrInfo), sizeof option);
-    return sizeof(HdrInfo) == 224 && sizeof option == 24 ? 0 : 1;
+    // LP64 (64-bit Linux) or ILP32 (i386, armhf) layout.
+    const bool lp64 = sizeof(void*) == 8;
+    return sizeof(HdrInfo) == (lp64 ? 224u : 196u) && sizeof option == (lp64 ? 24u : 16u) ? 0 : 1;
 }

@@ -12,8 +12,9 @@ namespace Tessara {
 
 // The toolkit's shader directory, empty until set. Not guarded: set it before
 // any thread reads it.
-std::string& ___ts_define_shader_path();
-void ___ts_define_shader_path_set(const std::string& path);
+// The names are the toolkit's exported interface, reserved spelling and all.
+std::string& ___ts_define_shader_path();                     // NOLINT(bugprone-reserved-identifier)
+void ___ts_define_shader_path_set(const std::string& path);  // NOLINT(bugprone-reserved-identifier)
 
 }  // namespace Tessara
 

@@ -1,0 +1,59 @@
+// Specialised fragment stages of the gain-map pass. The registered program
+// decides every choice per fragment through uniforms; on a software
+// rasteriser both sides of such a branch are executed for every fragment, so
+// the draw uses a program whose text keeps only the path the picture takes.
+// Every variant computes exactly the general program's expressions for its
+// picture class and reads the same uniforms under the same names.
+#ifndef HDR_GAIN_MAP_VARIANT_H
+#define HDR_GAIN_MAP_VARIANT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+struct GainMapVariant {
+    int32_t inputCurve = 0;       // inputTrfnType: 0 none, 1 HLG-like, 2 PQ-like, 3 parametric
+    bool applyGamma = false;      // noGamma != 1
+    bool outputYuv = false;       // bOutputYUV == 1
+    bool flatGainChroma = false;  // gain-map U and V planes each hold one value
+};
+
+constexpr int kGainMapVariantCount = 4 * 2 * 2 * 2;
+
+// 0 .. kGainMapVariantCount - 1, or -1 for a class no variant covers (an
+// input curve outside 0..3, which the general program leaves undefined).
+int GainMapVariantIndex(const GainMapVariant& variant);
+
+// The fragment source of the variant. The vertex stage is shared.
+std::string GainMapVariantFragmentSource(const GainMapVariant& variant);
+
+// Name of the uniform that carries the flat gain-map chroma's contribution
+// to R, G and B in flat-chroma variants.
+extern const char* const kFlatGainChromaUniform;
+
+// Contribution of constant U and V bytes to the gain map's R, G, B: the
+// general program's YUV matrix applied to (0, u/255 - 0.5, v/255 - 0.5).
+void FlatGainChromaOffset(uint8_t u, uint8_t v, float rgb[3]);
+
+// True when the first `bytes` bytes of `plane` all equal its first byte
+// (false for an empty or null plane). Stops at the first difference.
+bool PlaneIsFlat(const uint8_t* plane, size_t bytes);
+
+// What the engine knows of the gain map's U and V planes as they were last
+// uploaded: whether each holds a single value, and which.
+class GainChromaContent {
+public:
+    // `plane` is 0 for U, 1 for V; `data` holds at least `bytes` bytes.
+    void Note(int plane, const uint8_t* data, size_t bytes);
+    // The texture was re-defined without data.
+    void Forget(int plane);
+    bool Flat() const { return flat_[0] && flat_[1]; }
+    // The flat chroma's contribution to R, G, B (meaningful when Flat()).
+    void Offset(float rgb[3]) const { FlatGainChromaOffset(value_[0], value_[1], rgb); }
+
+private:
+    bool flat_[2] = {false, false};
+    uint8_t value_[2] = {0, 0};
+};
+
+#endif

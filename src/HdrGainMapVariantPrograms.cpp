@@ -1,0 +1,175 @@
+// GL side of the specialised gain-map programs: compile, link, carry the
+// registered program's uniforms over.
+#include "HdrGainMapVariantPrograms.h"
+
+#include "HdrCommon.h"
+
+#include <string>
+#include <vector>
+
+namespace {
+
+GLuint CompileStage(GLenum kind, const char* source)
+{
+    const GLuint shader = glCreateShader(kind);
+    if (shader == 0) {
+        return 0;
+    }
+    glShaderSource(shader, 1, &source, nullptr);
+    glCompileShader(shader);
+    GLint compiled = GL_FALSE;
+    glGetShaderiv(shader, GL_COMPILE_STATUS, &compiled);
+    if (compiled != GL_TRUE) {
+        char log[512] = {};
+        glGetShaderInfoLog(shader, sizeof log, nullptr, log);
+        HDR_LOG("%d ERROR: gain-map variant shader did not compile: %s\n", __LINE__, log);
+        glDeleteShader(shader);
+        return 0;
+    }
+    return shader;
+}
+
+}  // namespace
+
+GLuint GainMapVariantPrograms::Build(const GainMapVariant& variant, const char* vertexSource, GLint positionLocation,
+                                     GLint texcoordLocation)
+{
+    const std::string fragmentSource = GainMapVariantFragmentSource(variant);
+    const GLuint vertex = CompileStage(GL_VERTEX_SHADER, vertexSource);
+    const GLuint fragment = vertex != 0 ? CompileStage(GL_FRAGMENT_SHADER, fragmentSource.c_str()) : 0;
+    GLuint program = (vertex != 0 && fragment != 0) ? glCreateProgram() : 0;
+    if (program != 0) {
+        glAttachShader(program, vertex);
+        glAttachShader(program, fragment);
+        // The engine's vertex array was set up for the registered program's
+        // attribute locations; every variant shares it.
+        if (positionLocation >= 0) {
+            glBindAttribLocation(program, static_cast<GLuint>(positionLocation), "aPosition");
+        }
+        if (texcoordLocation >= 0) {
+            glBindAttribLocation(program, static_cast<GLuint>(texcoordLocation), "aTexcoord");
+        }
+        glLinkProgram(program);
+        GLint linked = GL_FALSE;
+        glGetProgramiv(program, GL_LINK_STATUS, &linked);
+        if (linked != GL_TRUE) {
+            char log[512] = {};
+            glGetProgramInfoLog(program, sizeof log, nullptr, log);
+            HDR_LOG("%d ERROR: gain-map variant program did not link: %s\n", __LINE__, log);
+            glDeleteProgram(program);
+            program = 0;
+        }
+    }
+    glDeleteShader(vertex);
+    glDeleteShader(fragment);
+    return program;
+}
+
+GLuint GainMapVariantPrograms::Prepare(const GainMapVariant& variant, GLuint registeredProgram,
+                                       const char* vertexSource, GLint positionLocation, GLint texcoordLocation,
+                                       const float flatChroma[3])
+{
+    const int index = GainMapVariantIndex(variant);
+    if (index < 0 || registeredProgram == 0 || failed_[index]) {
+        return 0;
+    }
+    if (programs_[index] == 0) {
+        programs_[index] = Build(variant, vertexSource, positionLocation, texcoordLocation);
+        if (programs_[index] == 0) {
+            // Not tried again: the registered program draws this class.
+            failed_[index] = true;
+            glUseProgram(registeredProgram);
+            return 0;
+        }
+    }
+    const GLuint program = programs_[index];
+    glUseProgram(program);
+    CopyUniformValues(registeredProgram, program);
+    if (variant.flatGainChroma) {
+        glUniform3fv(glGetUniformLocation(program, kFlatGainChromaUniform), 1, flatChroma);
+    }
+    return program;
+}
+
+void GainMapVariantPrograms::Release()
+{
+    for (GLuint& program : programs_) {
+        if (program != 0) {
+            glDeleteProgram(program);
+            program = 0;
+        }
+    }
+    failed_.fill(false);
+}
+
+void GainMapVariantPrograms::Forget()
+{
+    programs_.fill(0);
+    failed_.fill(false);
+}
+
+int GainMapVariantPrograms::BuiltCount() const
+{
+    int count = 0;
+    for (GLuint program : programs_) {
+        count += program != 0 ? 1 : 0;
+    }
+    return count;
+}
+
+void CopyUniformValues(GLuint from, GLuint to)
+{
+    GLint count = 0;
+    glGetProgramiv(to, GL_ACTIVE_UNIFORMS, &count);
+    GLint longest = 0;
+    glGetProgramiv(to, GL_ACTIVE_UNIFORM_MAX_LENGTH, &longest);
+    std::vector<char> name(static_cast<size_t>(longest > 0 ? longest : 1) + 1);
+    for (GLint i = 0; i < count; ++i) {
+        GLint size = 0;
+        GLenum type = 0;
+        glGetActiveUniform(to, static_cast<GLuint>(i), static_cast<GLsizei>(name.size()), nullptr, &size, &type,
+                           name.data());
+        // Arrays are reported by their first element ("x[0]"); each element
+        // is looked up by its own name, as locations need not be consecutive.
+        std::string base = name.data();
+        const size_t bracket = base.find('[');
+        if (bracket != std::string::npos) {
+            base.resize(bracket);
+        }
+        for (GLint element = 0; element < size; ++element) {
+            const std::string elementName = size > 1 ? base + "[" + std::to_string(element) + "]" : base;
+            const GLint source = glGetUniformLocation(from, elementName.c_str());
+            const GLint target = glGetUniformLocation(to, elementName.c_str());
+            if (source < 0 || target < 0) {
+                continue;
+            }
+            GLfloat f[16] = {};
+            GLint n[4] = {};
+            switch (type) {
+            case GL_FLOAT:
+                glGetUniformfv(from, source, f);
+                glUniform1fv(target, 1, f);
+                break;
+            case GL_FLOAT_VEC3:
+                glGetUniformfv(from, source, f);
+                glUniform3fv(target, 1, f);
+                break;
+            case GL_FLOAT_VEC4:
+                glGetUniformfv(from, source, f);
+                glUniform4fv(target, 1, f);
+                break;
+            case GL_FLOAT_MAT4:
+                glGetUniformfv(from, source, f);
+                glUniformMatrix4fv(target, 1, GL_FALSE, f);
+                break;
+            case GL_INT:
+            case GL_SAMPLER_2D:
+                glGetUniformiv(from, source, n);
+                glUniform1i(target, n[0]);
+                break;
+            default:
+                break;
+            }
+        }
+    }
+}

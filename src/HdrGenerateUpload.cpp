@@ -1,0 +1,317 @@
+// The generation engine's input upload. Direct mode: the planes go
+// straight from the host's memory into their textures. Streaming mode: the
+// host writes each plane into a mapped pixel-unpack buffer between
+// UpdateDataBegin and UpdateDataEnd; a fence issued after the buffers are
+// prepared is waited on before the first plane of the next picture.
+// Either way the picture's average level (APL) comes from the main luma.
+#define HDR_LOG_FILE "HdrGenerate.cpp"
+
+#include "HdrCommon.h"
+#include "HdrGenerate.h"
+#include "HdrPlaneLimits.h"
+#include "HdrThreadContext.h"
+
+namespace {
+
+// w x h as the 32-bit signed product the upload works with, wrapping like
+// the hardware's arithmetic instead of overflowing.
+int32_t Product32(int32_t width, int32_t height)
+{
+    return static_cast<int32_t>(static_cast<uint32_t>(width) * static_cast<uint32_t>(height));
+}
+
+void SetSamplingParameters()
+{
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+}
+
+}  // namespace
+
+// The plane's pointer and size as the stored metadata gives them.
+DataInfo HdrGenerate::PlaneOf(int plane) const
+{
+    if (plane < GAINMAP_Y) {
+        return {hdrInfo.mainImagePlanes[plane], hdrInfo.nMainImageWidth, hdrInfo.nMainImageHeight};
+    }
+    return {hdrInfo.gainMapPlanes[plane - GAINMAP_Y], hdrInfo.nGainMapWidth, hdrInfo.nGainMapHeight};
+}
+
+void HdrGenerate::InitTextures()
+{
+    HDR_LOG("HdrGenerate::InitTextures start");
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        glActiveTexture(GL_TEXTURE0 + plane);
+        glGenTextures(1, &inputTextures[plane]);
+        glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
+        if (hasTextureStorage) {
+            const int* size = plane < GAINMAP_Y ? &textureSizes[0] : &textureSizes[2];
+            glTexStorage2D(GL_TEXTURE_2D, 1, GL_R8, size[0], size[1]);
+        }
+        SetSamplingParameters();
+    }
+    HDR_LOG("HdrGenerate::InitTextures end");
+}
+
+void HdrGenerate::InitPBOTextures()
+{
+    // Logs the same lines as the direct mode's initialisation.
+    HDR_LOG("HdrGenerate::InitTextures start");
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        glGenBuffers(1, &pixelBuffers[plane]);
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
+        glGenTextures(1, &inputTextures[plane]);
+        glActiveTexture(GL_TEXTURE0 + plane);
+        glUniform1i(Uniform(plane), plane);  // sampler slots follow the planes
+        glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
+        SetSamplingParameters();
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
+    }
+    HDR_LOG("HdrGenerate::InitTextures end");
+}
+
+int32_t HdrGenerate::ComputeApl(const uint8_t* plane, int32_t available, int width, int height)
+{
+    int32_t count = Product32(width, height);
+    if (count > available) {
+        // Never read past what the plane holds.
+        HDR_LOG("%d ERROR: APL over %d bytes, only %d available\n", __LINE__, count, available);
+        count = available;
+    }
+    uint64_t sum = 0;
+    int32_t level = 0;
+    if (count >= 1 && plane != nullptr) {
+        for (int32_t i = 0; i < count; ++i) {
+            sum += plane[i];
+        }
+        level = static_cast<int32_t>(static_cast<int64_t>(sum) / count);
+    }
+    HDR_LOG("Calculate APL = %d, apl = %llu, w = %d, h = %d", level, static_cast<unsigned long long>(sum), width,
+            height);
+    return level;
+}
+
+int HdrGenerate::UpdateTextures()
+{
+    HDR_LOG("HdrGenerate::UpdateTextures start");
+    if (hdrInfo.nMainImageWidth < 1 || hdrInfo.nMainImageHeight < 1 || hdrInfo.nGainMapWidth < 1 ||
+        hdrInfo.nGainMapHeight < 1) {
+        HDR_LOG("%d ERROR: Input data's size is wrong\n", __LINE__);
+        return GPU_GENERATE_ERROR_BAD_INPUT;
+    }
+    if (!HdrPlaneSizesAccepted(hdrInfo)) {
+        return GPU_GENERATE_ERROR_BAD_INPUT;
+    }
+
+    if (initOption.usePBO) {
+        // The planes reached their textures through UpdateDataEnd; prepare
+        // the buffers for the next picture.
+        HDR_LOG("optimized !!!!!!!!!!!!!!!!!!!!!!!!\n");
+        UpdatePBOs();
+        // A buffer that could not be mapped leaves the host nowhere to write
+        // the next picture: fail the intake rather than hand out a null.
+        for (uint8_t* mapping : mappedPlanes) {
+            if (mapping == nullptr) {
+                HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+                return GPU_GENERATE_ERROR_GL;
+            }
+        }
+    } else {
+        for (const uint8_t* data : {hdrInfo.mainImagePlanes[0], hdrInfo.mainImagePlanes[1], hdrInfo.mainImagePlanes[2],
+                                    hdrInfo.gainMapPlanes[0], hdrInfo.gainMapPlanes[1], hdrInfo.gainMapPlanes[2]}) {
+            if (data == nullptr) {
+                HDR_LOG("%d ERROR: Input date is nullptr\n", __LINE__);
+                return GPU_GENERATE_ERROR_BAD_INPUT;
+            }
+        }
+        for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+            glActiveTexture(GL_TEXTURE0 + plane);
+            glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
+            const DataInfo& entry = planeTable[plane] = PlaneOf(plane);
+            if (hasTextureStorage) {
+                glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, entry.width, entry.height, GL_RED, GL_UNSIGNED_BYTE,
+                                entry.data);
+            } else {
+                glTexImage2D(GL_TEXTURE_2D, 0, GL_RED, entry.width, entry.height, 0, GL_RED, GL_UNSIGNED_BYTE,
+                             entry.data);
+            }
+            if (!GL_error_check()) {
+                HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+                return GPU_GENERATE_ERROR_GL;
+            }
+            if (plane >= GAINMAP_U) {
+                gainChroma.Note(plane - GAINMAP_U, entry.data,
+                                static_cast<size_t>(entry.width) * static_cast<size_t>(entry.height));
+            }
+        }
+        const DataInfo& luma = planeTable[MAIN_Y];
+        apl = ComputeApl(luma.data, Product32(luma.width, luma.height), luma.width, luma.height);
+    }
+    HDR_LOG("HdrGenerate::UpdateTextures end");
+    return GPU_GENERATE_SUCCESS;
+}
+
+void HdrGenerate::UpdatePBOs()
+{
+    HDR_LOG("HdrGenerate::UpdatePBOs start");
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        const DataInfo size = PlaneOf(plane);
+        const int32_t width = size.width;
+        const int32_t height = size.height;
+        const int32_t bytes = Product32(width, height);
+
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
+        glBufferData(GL_PIXEL_UNPACK_BUFFER, bytes, nullptr, GL_STREAM_DRAW);
+        glActiveTexture(GL_TEXTURE0 + plane);
+        glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
+        // A texture already of this size keeps what it holds: it is the
+        // picture just streamed, not yet drawn. Re-defining it from the new,
+        // undefined buffer would lose it on drivers that do not recycle
+        // buffer storage.
+        if (streamedSizes[plane][0] != width || streamedSizes[plane][1] != height) {
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_RED, width, height, 0, GL_RED, GL_UNSIGNED_BYTE, nullptr);
+            if (plane >= GAINMAP_U) {
+                gainChroma.Forget(plane - GAINMAP_U);
+            }
+            streamedSizes[plane][0] = width;
+            streamedSizes[plane][1] = height;
+        }
+        mappedPlanes[plane] =
+            static_cast<uint8_t*>(glMapBufferRange(GL_PIXEL_UNPACK_BUFFER, 0, bytes, GL_MAP_WRITE_BIT));
+        mappedBytes[plane] = mappedPlanes[plane] != nullptr ? bytes : 0;
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
+    }
+    isAplPending = false;
+
+    HDR_LOG("HdrGenerate::UpdatePBOs glFenceSync");
+    if (!isPboIdle && uploadFence != nullptr) {
+        glDeleteSync(uploadFence);  // replaced before anyone waited on it
+    }
+    uploadFence = glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
+    if (!GL_error_check()) {
+        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+        ForgetMappings();
+    }
+    glFlush();
+    isPboIdle = false;
+    HDR_LOG("HdrGenerate::UpdatePBOs end");
+}
+
+// Some plane was not defined: hand out no buffer, so that the intake fails
+// and no picture is drawn from it.
+void HdrGenerate::ForgetMappings()
+{
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
+        if (mappedPlanes[plane] != nullptr) {
+            glUnmapBuffer(GL_PIXEL_UNPACK_BUFFER);
+        }
+        mappedPlanes[plane] = nullptr;
+        mappedBytes[plane] = 0;
+        streamedSizes[plane][0] = streamedSizes[plane][1] = 0;
+    }
+    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
+}
+
+int HdrGenerate::UpdatePBOsFinished()
+{
+    HDR_LOG("HdrGenerate::UpdatePBOsFinished start");
+    if (uploadFence == nullptr) {
+        return GPU_GENERATE_SUCCESS;
+    }
+    int result = GPU_GENERATE_SUCCESS;
+    switch (glClientWaitSync(uploadFence, GL_SYNC_FLUSH_COMMANDS_BIT, 1000000000ull)) {
+    case GL_WAIT_FAILED:
+        HDR_LOG("%d ERROR: UpdatePBOsFinished faild\n", __LINE__);
+        result = GPU_GENERATE_ERROR_FENCE_WAIT;
+        break;
+    case GL_TIMEOUT_EXPIRED:
+        HDR_LOG("%d ERROR: UpdatePBOsFinished timeout\n", __LINE__);
+        result = GPU_GENERATE_ERROR_FENCE_TIMEOUT;
+        break;
+    case GL_ALREADY_SIGNALED:
+    case GL_CONDITION_SATISFIED:
+        HDR_LOG("UpdatePBOsFinished success\n");
+        break;
+    default:
+        break;
+    }
+    // The handle is kept after deletion; isPboIdle guards against a second wait.
+    glDeleteSync(uploadFence);
+    if (!GL_error_check()) {
+        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+    }
+    HDR_LOG("HdrGenerate::UpdatePBOsFinished end");
+    return result;
+}
+
+bool HdrGenerate::UpdateDataBegin(int plane)
+{
+    if (plane < 0 || plane >= DATA_TYPE_COUNT) {
+        HDR_LOG("%d ERROR: no such plane: %d\n", __LINE__, plane);
+        return false;
+    }
+    const GLuint program = Program();
+    if (program == 0) {
+        return false;
+    }
+    if (!BindThreadContext()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return false;
+    }
+    glUseProgram(program);
+    if (!isPboIdle) {
+        if (UpdatePBOsFinished() != GPU_GENERATE_SUCCESS) {
+            return false;  // the context stays bound
+        }
+        isPboIdle = true;
+    }
+    glActiveTexture(GL_TEXTURE0 + plane);
+    glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
+    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
+    currentPlane = plane;
+    if (!GL_error_check()) {
+        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+        return false;
+    }
+    if (plane == MAIN_Y) {
+        isAplPending = true;
+    }
+    return true;
+}
+
+bool HdrGenerate::UpdateDataEnd(int width, int height)
+{
+    if (isAplPending) {
+        apl = ComputeApl(mappedPlanes[MAIN_Y], mappedBytes[MAIN_Y], width, height);
+        isAplPending = false;
+    }
+    if (currentPlane >= GAINMAP_U && currentPlane < DATA_TYPE_COUNT) {
+        // Looked at while the bytes are still mapped; never past the mapping.
+        const size_t written =
+            static_cast<size_t>(width > 0 ? width : 0) * static_cast<size_t>(height > 0 ? height : 0);
+        const size_t mapped = static_cast<size_t>(mappedBytes[currentPlane]);
+        gainChroma.Note(currentPlane - GAINMAP_U, mappedPlanes[currentPlane], written < mapped ? written : mapped);
+    }
+    glUnmapBuffer(GL_PIXEL_UNPACK_BUFFER);
+    if (currentPlane >= 0) {
+        // The mapping is gone with the unmap; the next metadata intake maps anew.
+        mappedPlanes[currentPlane] = nullptr;
+        mappedBytes[currentPlane] = 0;
+        currentPlane = -1;
+    }
+    // From the bound buffer: the data argument is an offset into it.
+    glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_RED, GL_UNSIGNED_BYTE, nullptr);
+    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
+    if (!GL_error_check()) {
+        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+        return false;
+    }
+    if (!UnbindThreadContext()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return false;
+    }
+    return true;
+}

@@ -45,8 +45,8 @@ int AvifEncoderSpeed()
     return AVIF_SPEED_FASTEST;
 }
 
-bool WritePqAvif(const std::string& path, const PanelPicture& picture, const PanelModel& panel,
-                 HdrWriteInfo* info, std::string* reason)
+bool WritePqAvif(const std::string& path, const PanelPicture& picture, const PanelModel& panel, HdrWriteInfo* info,
+                 std::string* reason)
 {
     if (picture.rgba == nullptr || picture.width < 1 || picture.height < 1) {
         *reason = "no picture to write";

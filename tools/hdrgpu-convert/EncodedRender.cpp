@@ -36,9 +36,9 @@ bool Renderer::RenderEncoded(const EncodedPicture& picture, bool* primaryFailed,
     const YuvPlanes* gain = picture.gainMap;
     const size_t gainPixels =
         gain != nullptr ? static_cast<size_t>(gain->width) * static_cast<size_t>(gain->height) : 0;
-    if (picture.primaryJpeg == nullptr || picture.primaryWidth < 1 || picture.primaryHeight < 1 ||
-        gain == nullptr || gain->width < 1 || gain->height < 1 || gain->y.size() != gainPixels ||
-        gain->u.size() != gainPixels || gain->v.size() != gainPixels) {
+    if (picture.primaryJpeg == nullptr || picture.primaryWidth < 1 || picture.primaryHeight < 1 || gain == nullptr ||
+        gain->width < 1 || gain->height < 1 || gain->y.size() != gainPixels || gain->u.size() != gainPixels ||
+        gain->v.size() != gainPixels) {
         *reason = "no decoded planes";
         return primaryFirst();
     }
@@ -52,32 +52,45 @@ bool Renderer::RenderEncoded(const EncodedPicture& picture, bool* primaryFailed,
     }
 
     if (options_.mode == RenderMode::Direct) {
-        std::string why;
-        const auto start = std::chrono::steady_clock::now();
-        const bool decoded = DecodeJpegPlanesReusing(picture.primaryJpeg, picture.primarySize, &directPrimary_, &why);
-        primaryDecodeSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (!decoded) {
-            *primaryFailed = true;
-            *reason = why;
-            return false;
-        }
-        Picture planes;
-        planes.primary = &directPrimary_;
-        planes.gainMap = gain;
-        planes.metadata = picture.metadata;
-        planes.orientation = picture.orientation;
-        int surfaceW = 0;
-        int surfaceH = 0;
-        if (!DrawDirect(planes, outW, outH, &surfaceW, &surfaceH, reason)) {
-            return false;
-        }
-        rendered_ = true;
-        renderedWidth_ = surfaceW;
-        renderedHeight_ = surfaceH;
-        renderedOrientation_ = picture.orientation;
-        return true;
+        return RenderEncodedDirect(picture, outW, outH, primaryFailed, reason);
     }
+    return RenderEncodedStreaming(picture, outW, outH, primaryFailed, reason);
+}
 
+bool Renderer::RenderEncodedDirect(const EncodedPicture& picture, int outW, int outH, bool* primaryFailed,
+                                   std::string* reason)
+{
+    const YuvPlanes* gain = picture.gainMap;
+    std::string why;
+    const auto start = std::chrono::steady_clock::now();
+    const bool decoded = DecodeJpegPlanesReusing(picture.primaryJpeg, picture.primarySize, &directPrimary_, &why);
+    primaryDecodeSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (!decoded) {
+        *primaryFailed = true;
+        *reason = why;
+        return false;
+    }
+    Picture planes;
+    planes.primary = &directPrimary_;
+    planes.gainMap = gain;
+    planes.metadata = picture.metadata;
+    planes.orientation = picture.orientation;
+    int surfaceW = 0;
+    int surfaceH = 0;
+    if (!DrawDirect(planes, outW, outH, &surfaceW, &surfaceH, reason)) {
+        return false;
+    }
+    rendered_ = true;
+    renderedWidth_ = surfaceW;
+    renderedHeight_ = surfaceH;
+    renderedOrientation_ = picture.orientation;
+    return true;
+}
+
+bool Renderer::RenderEncodedStreaming(const EncodedPicture& picture, int outW, int outH, bool* primaryFailed,
+                                      std::string* reason)
+{
+    const YuvPlanes* gain = picture.gainMap;
     // Streaming: the record as DescribePicture makes it, without main-image
     // pointers (the planes go through the upload buffers).
     YuvPlanes primarySize;
@@ -97,8 +110,7 @@ bool Renderer::RenderEncoded(const EncodedPicture& picture, bool* primaryFailed,
     // The primary is decoded while plane 0 is open: the upload fence has then
     // been waited on, and the U and V buffers stay mapped until their own
     // End, which follows with nothing more to write.
-    const PlaneFill fill = [this, &picture, gain, primaryFailed](int plane, uint8_t* const* mapped,
-                                                                  std::string* why) {
+    const PlaneFill fill = [this, &picture, gain, primaryFailed](int plane, uint8_t* const* mapped, std::string* why) {
         if (plane == 0) {
             if (mapped[1] == nullptr || mapped[2] == nullptr) {
                 *why = "the library mapped no upload buffer for plane " + std::to_string(mapped[1] == nullptr ? 1 : 2);
@@ -107,8 +119,7 @@ bool Renderer::RenderEncoded(const EncodedPicture& picture, bool* primaryFailed,
             const auto start = std::chrono::steady_clock::now();
             const bool decoded = DecodeJpegIntoPlanes(picture.primaryJpeg, picture.primarySize, picture.primaryWidth,
                                                       picture.primaryHeight, mapped[0], mapped[1], mapped[2], why);
-            primaryDecodeSeconds_ =
-                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            primaryDecodeSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
             if (!decoded) {
                 *primaryFailed = true;
                 return false;

@@ -22,7 +22,7 @@ struct PanelPicture {
 
 // What was written beside the pixels.
 struct HdrWriteInfo {
-    LightLevels levels;   // the picture's MaxCLL / MaxFALL
+    LightLevels levels;  // the picture's MaxCLL / MaxFALL
     Cicp cicp;
 };
 
@@ -44,8 +44,8 @@ constexpr int kAvifQuantizer = 8;
 
 // 10-bit 4:4:4 AVIF, PQ-encoded, full range, identity matrix (the planes
 // hold G, B, R), with the CICP in the AV1 stream and the nclx colour box.
-bool WritePqAvif(const std::string& path, const PanelPicture& picture, const PanelModel& panel,
-                 HdrWriteInfo* info, std::string* reason);
+bool WritePqAvif(const std::string& path, const PanelPicture& picture, const PanelModel& panel, HdrWriteInfo* info,
+                 std::string* reason);
 
 }  // namespace hdrconvert
 

@@ -40,8 +40,7 @@ bool WritePngRows(png_structp png, png_infop info, FILE* file, const RowSource& 
         png_set_filter(png, PNG_FILTER_TYPE_BASE, level == 0 ? PNG_FILTER_NONE : PNG_FILTER_SUB);
     }
     png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8,
-                 PNG_COLOR_TYPE_RGB_ALPHA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
+                 PNG_COLOR_TYPE_RGB_ALPHA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     if (!yuv) {
         // The codes are sRGB-encoded BT.709 (scaled to the panel's peak, which
         // a viewer shows as its own white).
@@ -94,8 +93,8 @@ const char* OutputExtension(OutputFormat format)
     return ".png";
 }
 
-bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgba, int width, int height,
-                int pngLevel, std::string* reason, bool yuv)
+bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgba, int width, int height, int pngLevel,
+                std::string* reason, bool yuv)
 {
     if (rgba == nullptr || width < 1 || height < 1) {
         *reason = "no picture to write";

@@ -11,8 +11,8 @@
 namespace hdrconvert {
 
 enum class OutputFormat {
-    Png,  // 8-bit RGBA PNG
-    Raw,  // width * height * 4 bytes: R, G, B, A per pixel, row 0 first, no header
+    Png,    // 8-bit RGBA PNG
+    Raw,    // width * height * 4 bytes: R, G, B, A per pixel, row 0 first, no header
     PqPng,  // 16-bit RGB PNG, PQ, cICP / cLLi / mDCv (HdrOutput.h)
     Avif,   // 10-bit 4:4:4 AVIF, PQ (HdrOutput.h)
 };
@@ -28,8 +28,8 @@ const char* OutputExtension(OutputFormat format);
 // path as Png or Raw. pngLevel (0..9) is the zlib level of a PNG. A PNG of
 // RGB output (yuv false) carries an sRGB chunk, so viewers need not guess
 // the colour space; YUV output carries none. False with a reason.
-bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgba, int width, int height,
-                int pngLevel, std::string* reason, bool yuv = false);
+bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgba, int width, int height, int pngLevel,
+                std::string* reason, bool yuv = false);
 
 // Gives row y of a picture (width * 4 bytes, R, G, B, A), rows asked for in
 // order: either a pointer to the row where it already is, or `scratch`

@@ -88,8 +88,8 @@ uint8_t ClampToByte(double v)
 // One decoded row of interleaved Y, Cb, Cr into three planes (the rows never
 // overlap). Byte by byte it costs more than the decoding itself on a big
 // picture; where the CPU has SSSE3, byte shuffles split 16 pixels at a time.
-void SplitRowBytes(const JSAMPLE* __restrict in, uint8_t* __restrict y, uint8_t* __restrict u,
-                   uint8_t* __restrict v, size_t first, size_t width)
+void SplitRowBytes(const JSAMPLE* __restrict in, uint8_t* __restrict y, uint8_t* __restrict u, uint8_t* __restrict v,
+                   size_t first, size_t width)
 {
     for (size_t x = first; x < width; ++x) {
         y[x] = in[3 * x];
@@ -118,15 +118,15 @@ __attribute__((target("ssse3"))) void SplitRowSsse3(const JSAMPLE* __restrict in
         const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 3 * x));
         const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 3 * x + 16));
         const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 3 * x + 32));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x),
-                         _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, ya), _mm_shuffle_epi8(b, yb)),
-                                      _mm_shuffle_epi8(c, yc)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(u + x),
-                         _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, ua), _mm_shuffle_epi8(b, ub)),
-                                      _mm_shuffle_epi8(c, uc)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(v + x),
-                         _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, va), _mm_shuffle_epi8(b, vb)),
-                                      _mm_shuffle_epi8(c, vc)));
+        _mm_storeu_si128(
+            reinterpret_cast<__m128i*>(y + x),
+            _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, ya), _mm_shuffle_epi8(b, yb)), _mm_shuffle_epi8(c, yc)));
+        _mm_storeu_si128(
+            reinterpret_cast<__m128i*>(u + x),
+            _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, ua), _mm_shuffle_epi8(b, ub)), _mm_shuffle_epi8(c, uc)));
+        _mm_storeu_si128(
+            reinterpret_cast<__m128i*>(v + x),
+            _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, va), _mm_shuffle_epi8(b, vb)), _mm_shuffle_epi8(c, vc)));
     }
     SplitRowBytes(in, y, u, v, x, width);
 }
@@ -184,8 +184,8 @@ std::string SizeRefusal(const jpeg_decompress_struct& cinfo, size_t size)
 
 // The decoding itself. Every object that lives across the setjmp exists
 // before it, so the jump skips no destructor.
-bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size,
-            PlaneRowSink* sink, std::string* refusal)
+bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size, PlaneRowSink* sink,
+            std::string* refusal)
 {
     if (setjmp(err->jump) != 0) {
         return false;

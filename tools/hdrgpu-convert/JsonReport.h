@@ -25,19 +25,19 @@ struct StageTimes {
 
 struct FileRecord {
     std::string input;
-    std::string output;        // empty when refused
+    std::string output;  // empty when refused
     bool converted = false;
-    std::string reason;        // the refusal reason
+    std::string reason;  // the refusal reason
     uint64_t inputBytes = 0;
     uint64_t outputBytes = 0;
-    int primaryWidth = 0;      // stored sizes, 0 when not decoded
+    int primaryWidth = 0;  // stored sizes, 0 when not decoded
     int primaryHeight = 0;
     int gainMapWidth = 0;
     int gainMapHeight = 0;
     int outputWidth = 0;
     int outputHeight = 0;
-    int orientation = 0;       // EXIF 1..8, 0 when the file was not parsed
-    bool parsed = false;       // metadata and source below are valid
+    int orientation = 0;  // EXIF 1..8, 0 when the file was not parsed
+    bool parsed = false;  // metadata and source below are valid
     GainMapMetadata metadata;
     MetadataSource source = MetadataSource::None;
     bool hadXmp = false;
@@ -48,12 +48,12 @@ struct FileRecord {
 };
 
 struct BatchSummary {
-    std::string format;        // png, raw, pq-png, avif
-    std::string mode;          // streaming, direct
+    std::string format;  // png, raw, pq-png, avif
+    std::string mode;    // streaming, direct
     std::string display;
     bool yuv = false;
-    int panelNits = 0;         // the HDR formats' panel peak; 0 otherwise
-    std::string avifEncoder;   // avif: the AV1 encoder and its speed
+    int panelNits = 0;        // the HDR formats' panel peak; 0 otherwise
+    std::string avifEncoder;  // avif: the AV1 encoder and its speed
     int avifSpeed = 0;
     size_t files = 0;
     size_t converted = 0;

@@ -5,8 +5,8 @@
 #include "GainMapJpeg.h"
 #include "HdrOutput.h"
 #include "ImageOutput.h"
-#include "JsonReport.h"
 #include "JpegPlanes.h"
+#include "JsonReport.h"
 #include "Orientation.h"
 #include "PanelModel.h"
 #include "Renderer.h"
@@ -537,8 +537,8 @@ struct BatchStorage {
 // Writes the picture the renderer holds in the chosen format: the 8-bit ones
 // row by row from the surface mapping; the HDR ones need their light levels
 // before the first byte, so they take the whole picture first.
-bool WriteOutput(const std::string& output, const Options& o, hdrconvert::Renderer* renderer,
-                 BatchStorage* storage, FileResult* r, std::string* why)
+bool WriteOutput(const std::string& output, const Options& o, hdrconvert::Renderer* renderer, BatchStorage* storage,
+                 FileResult* r, std::string* why)
 {
     if (!IsHdrFormat(o.format)) {
         return renderer->WriteRendered(output, o.format, o.pngLevel, &r->width, &r->height, why);
@@ -621,8 +621,7 @@ FileResult ConvertOne(const std::string& input, const std::string& output, const
         return r;
     }
     hdrconvert::YuvPlanes& gainMap = storage->gainMap;
-    if (!hdrconvert::DecodeJpegPlanesReusing(bytes.data() + parsed.gainMapOffset, parsed.gainMapSize, &gainMap,
-                                             &why)) {
+    if (!hdrconvert::DecodeJpegPlanesReusing(bytes.data() + parsed.gainMapOffset, parsed.gainMapSize, &gainMap, &why)) {
         std::string primaryWhy;
         const bool primaryOk = hdrconvert::JpegDecodes(primaryJpeg, parsed.primarySize, &primaryWhy);
         r.reason = primaryOk ? "gain map: " + why : "primary image: " + primaryWhy;
@@ -682,6 +681,48 @@ int MakeSample(const Options& o)
 }
 
 }  // namespace
+
+// The batch's summary line and, when asked for, its JSON report; the exit code.
+int ReportBatch(const Options& o, const std::string& display, size_t converted, double megapixels, double total,
+                const std::vector<hdrconvert::FileRecord>& records)
+{
+    std::string error;
+    const char* mode = o.renderer.mode == RenderMode::Direct ? "direct" : "streaming";
+    // The HDR formats add the panel and, for AVIF, the encoder libavif chose.
+    std::string extra;
+    if (IsHdrFormat(o.format)) {
+        extra = ", panel " + std::to_string(o.panelNits) + " cd/m2";
+        if (o.format == OutputFormat::Avif) {
+            extra += ", AVIF encoder " + hdrconvert::AvifEncoderName() + " speed " +
+                     std::to_string(hdrconvert::AvifEncoderSpeed());
+        }
+    }
+    std::fprintf(g_out, "%zu of %zu file(s) converted, %.2f megapixels, %.2f s (%s, %s mode%s)\n", converted,
+                 o.inputs.size(), megapixels, total, display.c_str(), mode, extra.c_str());
+    std::fflush(g_out);
+    std::fflush(stdout);
+    if (!o.jsonPath.empty()) {
+        hdrconvert::BatchSummary summary;
+        summary.format = FormatName(o.format);
+        summary.mode = mode;
+        summary.display = display;
+        summary.yuv = o.renderer.outputYuv;
+        summary.panelNits = IsHdrFormat(o.format) ? o.panelNits : 0;
+        if (o.format == OutputFormat::Avif) {
+            summary.avifEncoder = hdrconvert::AvifEncoderName();
+            summary.avifSpeed = hdrconvert::AvifEncoderSpeed();
+        }
+        summary.files = o.inputs.size();
+        summary.converted = converted;
+        summary.megapixels = megapixels;
+        summary.seconds = total;
+        if (!hdrconvert::WriteJsonReport(o.jsonPath, records, summary, &error)) {
+            std::fprintf(stderr, "%s: the JSON report: %s\n", kProgram, error.c_str());
+            return kExitSomeFailed;
+        }
+    }
+    return converted == o.inputs.size() ? kExitAllConverted : kExitSomeFailed;
+}
 
 int main(int argc, char** argv)
 {
@@ -769,39 +810,5 @@ int main(int argc, char** argv)
     ClearProgress();
     renderer.Stop();
     const double total = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    const char* mode = o.renderer.mode == RenderMode::Direct ? "direct" : "streaming";
-    // The HDR formats add the panel and, for AVIF, the encoder libavif chose.
-    std::string extra;
-    if (IsHdrFormat(o.format)) {
-        extra = ", panel " + std::to_string(o.panelNits) + " cd/m2";
-        if (o.format == OutputFormat::Avif) {
-            extra += ", AVIF encoder " + hdrconvert::AvifEncoderName() + " speed " +
-                     std::to_string(hdrconvert::AvifEncoderSpeed());
-        }
-    }
-    std::fprintf(g_out, "%zu of %zu file(s) converted, %.2f megapixels, %.2f s (%s, %s mode%s)\n", converted,
-                 o.inputs.size(), megapixels, total, renderer.DisplayName().c_str(), mode, extra.c_str());
-    std::fflush(g_out);
-    std::fflush(stdout);
-    if (!o.jsonPath.empty()) {
-        hdrconvert::BatchSummary summary;
-        summary.format = FormatName(o.format);
-        summary.mode = mode;
-        summary.display = renderer.DisplayName();
-        summary.yuv = o.renderer.outputYuv;
-        summary.panelNits = IsHdrFormat(o.format) ? o.panelNits : 0;
-        if (o.format == OutputFormat::Avif) {
-            summary.avifEncoder = hdrconvert::AvifEncoderName();
-            summary.avifSpeed = hdrconvert::AvifEncoderSpeed();
-        }
-        summary.files = o.inputs.size();
-        summary.converted = converted;
-        summary.megapixels = megapixels;
-        summary.seconds = total;
-        if (!hdrconvert::WriteJsonReport(o.jsonPath, records, summary, &error)) {
-            std::fprintf(stderr, "%s: the JSON report: %s\n", kProgram, error.c_str());
-            return kExitSomeFailed;
-        }
-    }
-    return converted == o.inputs.size() ? kExitAllConverted : kExitSomeFailed;
+    return ReportBatch(o, renderer.DisplayName(), converted, megapixels, total, records);
 }

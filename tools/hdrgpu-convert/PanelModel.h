@@ -39,9 +39,9 @@ enum class Primaries {
 
 // H.273 code points.
 struct Cicp {
-    uint8_t colourPrimaries = 1;          // 1 BT.709, 12 SMPTE EG 432-1 (Display P3), 9 BT.2020
-    uint8_t transferCharacteristics = 16; // SMPTE ST 2084 (PQ)
-    uint8_t matrixCoefficients = 0;       // identity: the file holds R, G, B
+    uint8_t colourPrimaries = 1;           // 1 BT.709, 12 SMPTE EG 432-1 (Display P3), 9 BT.2020
+    uint8_t transferCharacteristics = 16;  // SMPTE ST 2084 (PQ)
+    uint8_t matrixCoefficients = 0;        // identity: the file holds R, G, B
     uint8_t fullRange = 1;
 };
 

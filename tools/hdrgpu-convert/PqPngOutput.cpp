@@ -26,7 +26,8 @@ struct PngError {
     png_longjmp(png, 1);
 }
 
-void OnPngWarning(png_structp, png_const_charp) {}
+void OnPngWarning(png_structp, png_const_charp)
+{}
 
 void PutU16(std::vector<uint8_t>* out, uint32_t v)
 {

@@ -405,8 +405,7 @@ bool Renderer::DrawDirect(const Picture& picture, int outW, int outH, int* surfa
     return true;
 }
 
-bool Renderer::RenderDirect(const Picture& picture, int outW, int outH, RenderedPicture* out,
-                            std::string* reason)
+bool Renderer::RenderDirect(const Picture& picture, int outW, int outH, RenderedPicture* out, std::string* reason)
 {
     int surfaceW = 0;
     int surfaceH = 0;

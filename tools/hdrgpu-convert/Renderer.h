@@ -94,8 +94,8 @@ struct EncodedPicture {
     int primaryHeight = 0;
     const YuvPlanes* gainMap = nullptr;
     GainMapMetadata metadata;
-    int orientation = 1;   // EXIF 1..8
-    int outputWidth = 0;   // the displayed size; 0 x 0: the oriented primary's size
+    int orientation = 1;  // EXIF 1..8
+    int outputWidth = 0;  // the displayed size; 0 x 0: the oriented primary's size
     int outputHeight = 0;
 };
 
@@ -159,6 +159,11 @@ private:
     bool CheckMetadata(const GainMapMetadata& md, std::string* reason) const;
     bool DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill& fill, std::string* reason);
     bool DrawDirect(const Picture& picture, int outW, int outH, int* surfaceW, int* surfaceH, std::string* reason);
+    // RenderEncoded's two modes, once the picture has been checked.
+    bool RenderEncodedDirect(const EncodedPicture& picture, int outW, int outH, bool* primaryFailed,
+                             std::string* reason);
+    bool RenderEncodedStreaming(const EncodedPicture& picture, int outW, int outH, bool* primaryFailed,
+                                std::string* reason);
 
     RendererOptions options_;
     void* display_ = nullptr;  // EGLDisplay

@@ -12,8 +12,7 @@ class BufferSink : public PlaneRowSink {
 public:
     BufferSink(int width, int height, uint8_t* y, uint8_t* u, uint8_t* v)
         : width_(width), height_(height), y_(y), u_(u), v_(v)
-    {
-    }
+    {}
 
     bool Start(int width, int height, int, std::string* reason) override
     {
@@ -65,8 +64,8 @@ private:
 
 }  // namespace
 
-bool DecodeJpegIntoPlanes(const uint8_t* data, size_t size, int width, int height, uint8_t* y, uint8_t* u,
-                          uint8_t* v, std::string* reason)
+bool DecodeJpegIntoPlanes(const uint8_t* data, size_t size, int width, int height, uint8_t* y, uint8_t* u, uint8_t* v,
+                          std::string* reason)
 {
     if (y == nullptr || u == nullptr || v == nullptr || width < 1 || height < 1) {
         *reason = "no buffers to decode into";

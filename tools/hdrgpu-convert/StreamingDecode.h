@@ -16,8 +16,8 @@ namespace hdrconvert {
 // sized); anything else is refused before a row is written. False with the
 // same reasons as DecodeJpegPlanes; rows decoded before a failure stay
 // written.
-bool DecodeJpegIntoPlanes(const uint8_t* data, size_t size, int width, int height, uint8_t* y, uint8_t* u,
-                          uint8_t* v, std::string* reason);
+bool DecodeJpegIntoPlanes(const uint8_t* data, size_t size, int width, int height, uint8_t* y, uint8_t* u, uint8_t* v,
+                          std::string* reason);
 
 // True when data[0..size) decodes as a whole, with nothing kept; else false
 // with the decoder's reason. For choosing which of several faults to report.

@@ -6,6 +6,7 @@
 #include <tbm_surface.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 namespace hdrconvert {
@@ -42,12 +43,13 @@ void ConvertRow(const uint8_t* src, uint8_t* dst, int width, bool rgbaBytes, boo
     }
     if (!mirror) {
         for (int x = 0; x < width; ++x) {
-            Store(dst + 4 * x, __builtin_bswap32(Load(src + 4 * x)));
+            Store(dst + 4 * static_cast<ptrdiff_t>(x), __builtin_bswap32(Load(src + 4 * static_cast<ptrdiff_t>(x))));
         }
         return;
     }
     for (int x = 0; x < width; ++x) {
-        Store(dst + 4 * x, ToRgba(Load(src + 4 * (width - 1 - x)), rgbaBytes));
+        Store(dst + 4 * static_cast<ptrdiff_t>(x),
+              ToRgba(Load(src + 4 * static_cast<ptrdiff_t>(width - 1 - x)), rgbaBytes));
     }
 }
 
@@ -98,7 +100,7 @@ void OrientedRows::FillBand(int first)
     const int rows = std::min(kBandRows, height_ - first);
     const size_t rowBytes = static_cast<size_t>(width_) * 4;
     band_.resize(rowBytes * kBandRows);
-    const bool flipRows = orientation_ == 6 || orientation_ == 7;  // sy = H-1-x
+    const bool flipRows = orientation_ == 6 || orientation_ == 7;     // sy = H-1-x
     const bool flipColumns = orientation_ == 7 || orientation_ == 8;  // sx = W-1-y
     for (int x = 0; x < width_; ++x) {
         const int sy = flipRows ? h - 1 - x : x;
@@ -106,8 +108,8 @@ void OrientedRows::FillBand(int first)
         uint8_t* dst = band_.data() + 4 * static_cast<size_t>(x);
         for (int k = 0; k < rows; ++k) {
             const int sx = flipColumns ? w - 1 - (first + k) : first + k;
-            Store(dst + static_cast<size_t>(k) * rowBytes, ToRgba(Load(src + 4 * static_cast<size_t>(sx)),
-                                                                  pixels_.rgbaBytes));
+            Store(dst + static_cast<size_t>(k) * rowBytes,
+                  ToRgba(Load(src + 4 * static_cast<size_t>(sx)), pixels_.rgbaBytes));
         }
     }
     bandFirst_ = first;
@@ -133,7 +135,9 @@ bool SurfaceMapping::Map(int width, int height, std::string* reason)
         *reason = "the library has no output surface";
         return false;
     }
-    tbm_surface_h surface = reinterpret_cast<tbm_surface_h>(static_cast<intptr_t>(handle));
+    // The library hands the surface out as a 32-bit handle.
+    tbm_surface_h surface = reinterpret_cast<tbm_surface_h>(  // NOLINT(performance-no-int-to-ptr)
+        static_cast<intptr_t>(handle));
     tbm_surface_info_s info;
     std::memset(&info, 0, sizeof info);
     if (tbm_surface_map(surface, TBM_SURF_OPTION_READ, &info) != TBM_SURFACE_ERROR_NONE) {

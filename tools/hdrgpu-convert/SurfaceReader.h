@@ -17,7 +17,7 @@ struct SurfacePixels {
     const uint8_t* data = nullptr;
     int width = 0;
     int height = 0;
-    size_t stride = 0;     // bytes from one row to the next
+    size_t stride = 0;       // bytes from one row to the next
     bool rgbaBytes = false;  // bytes R, G, B, A (else A, B, G, R)
 };
 

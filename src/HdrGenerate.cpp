@@ -65,6 +65,7 @@ HdrGenerate::HdrGenerate()
       isPboIdle(true),
       streamedSizes{},
       mappedBytes{},
+      bufferBytes{},
       currentPlane(-1),
       useSpecialisedPrograms(true),
       hasTextureStorage(false),

@@ -115,6 +115,7 @@ public:
     // were last defined with, and the plane between Begin and End.
     int32_t streamedSizes[DATA_TYPE_COUNT][2];
     int32_t mappedBytes[DATA_TYPE_COUNT];
+    int32_t bufferBytes[DATA_TYPE_COUNT];  // each upload buffer's allocated size
     int32_t currentPlane;
 
     // The draw uses the picture class's specialised program (built on first

@@ -163,7 +163,15 @@ void HdrGenerate::UpdatePBOs()
         const int32_t bytes = Product32(width, height);
 
         glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pixelBuffers[plane]);
-        glBufferData(GL_PIXEL_UNPACK_BUFFER, bytes, nullptr, GL_STREAM_DRAW);
+        // A buffer of the right size is mapped again with its contents
+        // invalidated rather than re-allocated: the driver may then keep its
+        // storage, and the host does not fault in fresh pages every picture.
+        if (bufferBytes[plane] != bytes) {
+            glBufferData(GL_PIXEL_UNPACK_BUFFER, bytes, nullptr, GL_STREAM_DRAW);
+            bufferBytes[plane] = bytes;
+        } else if (mappedPlanes[plane] != nullptr) {
+            glUnmapBuffer(GL_PIXEL_UNPACK_BUFFER);  // what re-allocating would have done
+        }
         glActiveTexture(GL_TEXTURE0 + plane);
         glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
         // A texture already of this size keeps what it holds: it is the
@@ -178,8 +186,8 @@ void HdrGenerate::UpdatePBOs()
             streamedSizes[plane][0] = width;
             streamedSizes[plane][1] = height;
         }
-        mappedPlanes[plane] =
-            static_cast<uint8_t*>(glMapBufferRange(GL_PIXEL_UNPACK_BUFFER, 0, bytes, GL_MAP_WRITE_BIT));
+        mappedPlanes[plane] = static_cast<uint8_t*>(
+            glMapBufferRange(GL_PIXEL_UNPACK_BUFFER, 0, bytes, GL_MAP_WRITE_BIT | GL_MAP_INVALIDATE_BUFFER_BIT));
         mappedBytes[plane] = mappedPlanes[plane] != nullptr ? bytes : 0;
         glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
     }
@@ -211,6 +219,7 @@ void HdrGenerate::ForgetMappings()
         mappedPlanes[plane] = nullptr;
         mappedBytes[plane] = 0;
         streamedSizes[plane][0] = streamedSizes[plane][1] = 0;
+        bufferBytes[plane] = 0;
     }
     glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
 }

@@ -444,4 +444,38 @@ TEST_F(Upload, NewGainMapSizeForgetsTheFlatChroma)
     EXPECT_FALSE(e->gainChroma.Flat());
 }
 
+// An intake at the sizes the buffers already have maps them again without
+// re-allocating them, also when the host never wrote the previous mapping;
+// a new size re-allocates. Every handed-out byte is writable and reaches the
+// texture.
+TEST_F(Upload, SameSizeIntakeMapsTheSameBuffersAgain)
+{
+    EngineHarness harness(16, 8, display_, true);
+    ASSERT_TRUE(harness.ok());
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    const Planes first = MakePlanes(16, 8, 8, 4, 41);
+    ASSERT_EQ(harness.Intake(first, 16, 8), 0);
+    int32_t allocated[6];
+    for (int i = 0; i < 6; ++i) {
+        allocated[i] = e->bufferBytes[i];
+        EXPECT_EQ(allocated[i], i < 3 ? 16 * 8 : 8 * 4) << i;
+    }
+    // Mapped and never written: the next intake of the same sizes maps again.
+    ASSERT_EQ(harness.Intake(first, 16, 8), 0);
+    for (int i = 0; i < 6; ++i) {
+        ASSERT_NE(e->mappedPlanes[i], nullptr) << i;
+        EXPECT_EQ(e->mappedBytes[i], allocated[i]) << i;
+    }
+    ASSERT_TRUE(harness.Stream(first));
+    ExpectTexturesHold(first);
+    // A larger gain map: its buffers grow, the main image's stay.
+    const Planes second = MakePlanes(16, 8, 12, 6, 42);
+    ASSERT_EQ(harness.Intake(second, 16, 8), 0);
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(e->bufferBytes[i], i < 3 ? 16 * 8 : 12 * 6) << i;
+    }
+    ASSERT_TRUE(harness.Stream(second));
+    ExpectTexturesHold(second);
+}
+
 }  // namespace

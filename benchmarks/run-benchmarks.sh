@@ -34,7 +34,7 @@ if ! command -v python3 >/dev/null 2>&1; then
   "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends python3
 fi
 
-executables=(picture_benchmark stage_benchmark limits_benchmark cpu_baseline_benchmark output_copy_benchmark)
+executables=(picture_benchmark stage_benchmark limits_benchmark variant_benchmark cpu_baseline_benchmark output_copy_benchmark)
 samples=${HDRGPU_SAMPLES_DIR:-$root/../shared/samples}
 process_runs=5
 

@@ -478,4 +478,31 @@ TEST_F(Upload, SameSizeIntakeMapsTheSameBuffersAgain)
     ExpectTexturesHold(second);
 }
 
+// Once the first Begin after an intake has returned, the buffers of the
+// planes not yet ended may all be written: the main image's three planes
+// filled together while plane 0 is open reach their textures.
+TEST_F(Upload, MainPlanesFilledTogetherWhilePlaneZeroIsOpen)
+{
+    EngineHarness harness(16, 8, display_, true);
+    ASSERT_TRUE(harness.ok());
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    const Planes planes = MakePlanes(16, 8, 8, 4, 51);
+    ASSERT_EQ(harness.Intake(planes, 16, 8), 0);
+    ASSERT_TRUE(e->UpdateDataBegin(0));
+    for (int plane = 0; plane < 3; ++plane) {
+        ASSERT_NE(e->mappedPlanes[plane], nullptr) << plane;
+        std::memcpy(e->mappedPlanes[plane], planes.main[plane].data(), planes.main[plane].size());
+    }
+    ASSERT_TRUE(e->UpdateDataEnd(16, 8));
+    for (int plane = 1; plane < 6; ++plane) {
+        ASSERT_TRUE(e->UpdateDataBegin(plane)) << plane;
+        if (plane >= 3) {
+            const auto& bytes = planes.gain[plane - 3];
+            std::memcpy(e->mappedPlanes[plane], bytes.data(), bytes.size());
+        }
+        ASSERT_TRUE(e->UpdateDataEnd(plane < 3 ? 16 : 8, plane < 3 ? 8 : 4)) << plane;
+    }
+    ExpectTexturesHold(planes);
+}
+
 }  // namespace

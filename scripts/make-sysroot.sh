@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds a private root file system for a foreign architecture (i386, armhf,
 # arm64) out of Debian's packages for that architecture: the C library, Mesa
-# (EGL, GLES, llvmpipe), libjpeg-turbo, libpng, libxml2, GoogleTest and
+# (EGL, GLES, llvmpipe), libjpeg-turbo, libpng, libxml2, libavif, nlohmann-json, GoogleTest and
 # Google Benchmark with everything they depend on. The packages are
 # downloaded and unpacked, never installed, so the machine's own packages are
 # left as they are whatever versions its mirrors hold for other architectures.
@@ -14,9 +14,9 @@ case "$arch" in i386|armhf|arm64) ;; *) echo "unknown architecture: $arch" >&2; 
 root=${2:-/opt/hdrgpu-sysroot/$arch}
 
 wanted=(libc6-dev libstdc++6 libegl-dev libgles-dev libegl-mesa0 libgl1-mesa-dri
-        libjpeg62-turbo-dev libpng-dev libxml2-dev libgtest-dev libbenchmark-dev)
+        libjpeg62-turbo-dev libpng-dev libxml2-dev libavif-dev libgtest-dev libbenchmark-dev)
 # Architecture-independent headers the above need from the root.
-headers=(libglm-dev x11proto-dev)
+headers=(libglm-dev x11proto-dev nlohmann-json3-dev)
 
 stamp="$root/.hdrgpu-sysroot"
 signature="$arch ${wanted[*]} ${headers[*]}"

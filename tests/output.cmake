@@ -10,9 +10,16 @@ add_executable(dump_gain_map_shaders tools/DumpGainMapShaders.cpp)
 target_link_libraries(dump_gain_map_shaders PRIVATE hdrgpu_internal)
 target_link_libraries(dump_gain_map_shaders PRIVATE hdrgpubackend)
 set(HDRGPU_SHADER_DUMP_DIR ${CMAKE_CURRENT_BINARY_DIR}/gainmap-shaders)
+# A build for another target runs the dump through its emulator, as CTest
+# runs the test executables.
+set(HDRGPU_DUMP_RUNNER "")
+if(CMAKE_CROSSCOMPILING_EMULATOR)
+  list(JOIN CMAKE_CROSSCOMPILING_EMULATOR "' '" HDRGPU_DUMP_RUNNER)
+  set(HDRGPU_DUMP_RUNNER "'${HDRGPU_DUMP_RUNNER}' ")
+endif()
 add_test(NAME GainMapShaders.PassGlslangValidator
   COMMAND sh -c "set -e; mkdir -p '${HDRGPU_SHADER_DUMP_DIR}'; \
-'$<TARGET_FILE:dump_gain_map_shaders>' '${HDRGPU_SHADER_DUMP_DIR}'; \
+${HDRGPU_DUMP_RUNNER}'$<TARGET_FILE:dump_gain_map_shaders>' '${HDRGPU_SHADER_DUMP_DIR}'; \
 '${HDRGPU_GLSLANG_VALIDATOR}' '${HDRGPU_SHADER_DUMP_DIR}/gainmap.vert'; \
 '${HDRGPU_GLSLANG_VALIDATOR}' '${HDRGPU_SHADER_DUMP_DIR}/gainmap.frag'; \
 for f in '${HDRGPU_SHADER_DUMP_DIR}'/gainmap-variant-*.frag; do '${HDRGPU_GLSLANG_VALIDATOR}' \"$f\"; done; \

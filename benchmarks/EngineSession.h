@@ -6,21 +6,35 @@
 
 #include "BenchSupport.h"
 #include "HdrGenerate.h"
+#include "HdrOutputImages.h"
 #include "HdrRender.h"
 
 #include <HdrGpuBackend.h>
+
+#include <memory>
 
 namespace hdrbench {
 
 class EngineSession {
 public:
     // The direct mode renders at the workload's output size; the streaming
-    // mode takes it from the first metadata intake.
-    EngineSession(const Workload& workload, bool streaming)
+    // mode takes it from the first metadata intake. images, when given, is
+    // the kind of output image the engine is built with (else this build's).
+    EngineSession(const Workload& workload, bool streaming, std::unique_ptr<const OutputImages> images = nullptr)
     {
+        if (images != nullptr && HdrGenerate::CreateInstance(std::move(images)) == nullptr) {
+            return;
+        }
         const GpuGenerateHdrInitOption option{workload.outputWidth, workload.outputHeight, Display(), false,
                                               streaming};
         ok_ = GpuGenerateHdrInit(option) == GPU_GENERATE_SUCCESS;
+    }
+
+    // Surface-copy images drawn in one pass: the engine's framebuffer then
+    // covers the whole output, for benchmarks that draw into it themselves.
+    static std::unique_ptr<const OutputImages> OnePass()
+    {
+        return std::make_unique<SurfaceCopyImages>(SurfaceCopyImages::kWholeSurface);
     }
     ~EngineSession()
     {

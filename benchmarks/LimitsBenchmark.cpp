@@ -43,7 +43,7 @@ void PassThroughDraw(benchmark::State& state, const Workload* workload)
 {
     const hdrbench::PlaneSet& planes = hdrbench::Planes(*workload);
     HdrInfo info = hdrbench::MakeInfo(*workload, planes);
-    EngineSession session(*workload, false);
+    EngineSession session(*workload, false, EngineSession::OnePass());  // its framebuffer covers the output
     if (!session.ok() || !session.Bind()) {
         state.SkipWithError("engine set-up failed");
         return;

@@ -3,13 +3,15 @@
 // into the surface's memory, then, for the RA24 format, the reversal of each
 // pixel's four bytes.
 //
-//   BM_CopyOutputToSurface   the engine's own copy into its RA24 surface:
-//                            readback plus byte reorder;
+//   BM_CopyOutputToSurface   the engine's copy of a whole picture (one
+//                            band) into its RA24 surface: readback plus
+//                            byte reorder;
 //   BM_CopyIntoAbgrSurface   the same copy into an AB24 surface, whose byte
 //                            order is GL's: readback alone.
 // The difference of the two is the cost of the reorder pass.
 #include "HdrContext.h"
 #include "HdrGenerate.h"
+#include "HdrOutputImages.h"
 #include "HdrRender.h"
 
 #include <EGL/egl.h>
@@ -22,6 +24,7 @@
 
 #include <cstdio>
 #include <iostream>
+#include <memory>
 
 #if __has_include(<dlog_standin.h>)
 #include <dlog_standin.h>
@@ -75,7 +78,11 @@ public:
             return;
         }
         bound_ = true;
-        HdrGenerate* engine = HdrGenerate::GetInstance();
+        HdrGenerate* engine =
+            HdrGenerate::CreateInstance(std::make_unique<SurfaceCopyImages>(SurfaceCopyImages::kWholeSurface));
+        if (engine == nullptr) {
+            return;
+        }
         engine->initOption = GpuGenerateHdrInitOption{width, height, display, false, false};
         engine->outputYUV = false;
         engine->hdrInfo.outputWidth = width;
@@ -124,7 +131,7 @@ void BM_CopyOutputToSurface(benchmark::State& state)
     HdrGenerate* generator = HdrGenerate::GetInstance();
     Paint(generator->framebuffer);
     for (auto _ : state) {
-        if (!generator->CopyOutputToSurface()) {
+        if (!generator->outputImages->StoreBand(generator->eglImage, generator->framebuffer, 0)) {
             state.SkipWithError("copy failed");
             break;
         }
@@ -142,15 +149,16 @@ void BM_CopyIntoAbgrSurface(benchmark::State& state)
         return;
     }
     tbm_surface_h surface = tbm_surface_create(width, height, TBM_FORMAT_ABGR8888);
+    const SurfaceCopyImages copy(SurfaceCopyImages::kWholeSurface);
     GLuint texture = 0;
     GLuint framebuffer = 0;
     void* image = nullptr;
     {
         QuietStdout quiet;
-        image = surface != nullptr ? CreateImageKHR(engine.egl(), surface, nullptr) : nullptr;
+        image = surface != nullptr ? CreateImageKHR(copy, engine.egl(), surface, nullptr) : nullptr;
         glGenTextures(1, &texture);
         glBindTexture(GL_TEXTURE_2D, texture);
-        TargetTextureKHR(engine.egl(), image);
+        TargetTextureKHR(copy, engine.egl(), image);
         glBindTexture(GL_TEXTURE_2D, 0);
     }
     glGenFramebuffers(1, &framebuffer);
@@ -163,7 +171,7 @@ void BM_CopyIntoAbgrSurface(benchmark::State& state)
     } else {
         Paint(framebuffer);
         for (auto _ : state) {
-            if (!CopyImageToSurface(image, framebuffer)) {
+            if (!copy.StoreBand(image, framebuffer, 0)) {
                 state.SkipWithError("copy failed");
                 break;
             }
@@ -173,7 +181,7 @@ void BM_CopyIntoAbgrSurface(benchmark::State& state)
     QuietStdout quiet;
     glDeleteFramebuffers(1, &framebuffer);
     glDeleteTextures(1, &texture);
-    DestroyImageKHR(engine.egl(), image);
+    DestroyImageKHR(copy, engine.egl(), image);
     tbm_surface_destroy(surface);
 }
 

@@ -24,12 +24,22 @@
 //                               from the system information);
 //   stage/constants/<w>         HdrGenerate::UpdateUniform: the display boost,
 //                               weight, curves and the glUniform calls;
-//   stage/draw/<w>              the GL work of HdrGenerate::Draw without the
+//   stage/draw/<w>              the GL work of a one-pass draw without the
 //                               copy: bind the engine's framebuffer, clear,
 //                               viewport, vertex array, glDrawElements,
-//                               glFinish;
-//   stage/copy/<w>              HdrGenerate::CopyOutputToSurface: readback into
-//                               the tbm surface and the RA24 byte reorder.
+//                               glFinish, with the registered program;
+//   stage/copy/<w>              the one-pass copy: readback of the whole
+//                               picture into the tbm surface and the RA24
+//                               byte reorder;
+//   stage/draw_into_surface/<w> HdrGenerate::Draw as the library runs it: the
+//                               constants, the picture's specialised program,
+//                               and the draw and copy band by band (about
+//                               2 MiB a band);
+//   stage/draw_into_surface_one_pass/<w>
+//                               the same with the whole output as one band.
+//
+// The stages but the banded one build the engine with one-pass surface-copy
+// images, so that its framebuffer covers the whole output.
 //
 // Every stage runs once untimed first (the driver compiles its shader
 // variants and touches new storage on first use).
@@ -44,6 +54,7 @@
 
 #include <cstring>
 #include <functional>
+#include <memory>
 
 namespace {
 
@@ -54,8 +65,9 @@ using hdrbench::Workload;
 // gain-map program in use; the library's context stays bound.
 class DirectStage {
 public:
-    explicit DirectStage(const Workload& workload)
-        : workload_(workload), planes_(hdrbench::Planes(workload)), session_(workload, false)
+    explicit DirectStage(const Workload& workload,
+                         std::unique_ptr<const OutputImages> images = EngineSession::OnePass())
+        : workload_(workload), planes_(hdrbench::Planes(workload)), session_(workload, false, std::move(images))
     {
         info_ = hdrbench::MakeInfo(workload, planes_);
         if (!session_.ok() || !session_.Bind()) {
@@ -178,8 +190,32 @@ void Copy(benchmark::State& state, const Workload* workload)
         return;
     }
     stage.DrawToFinish();
-    Run(state, *workload, [] { return EngineSession::engine()->CopyOutputToSurface(); });
+    Run(state, *workload, [] {
+        HdrGenerate* engine = EngineSession::engine();
+        return engine->outputImages->StoreBand(engine->eglImage, engine->framebuffer, 0);
+    });
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * workload->OutputBytes());
+}
+
+void DrawWithImages(benchmark::State& state, const Workload* workload, std::unique_ptr<const OutputImages> images)
+{
+    DirectStage stage(*workload, std::move(images));
+    if (!stage.ok()) {
+        state.SkipWithError("engine set-up failed");
+        return;
+    }
+    Run(state, *workload, [] { return EngineSession::engine()->Draw() == GPU_GENERATE_SUCCESS; });
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * workload->OutputBytes());
+}
+
+void DrawIntoSurface(benchmark::State& state, const Workload* workload)
+{
+    DrawWithImages(state, workload, MakeBuildOutputImages());
+}
+
+void DrawIntoSurfaceOnePass(benchmark::State& state, const Workload* workload)
+{
+    DrawWithImages(state, workload, EngineSession::OnePass());
 }
 
 // Binds the library's context, waits for every queued command, unbinds.
@@ -280,6 +316,8 @@ void Register()
         {"constants", Constants, 200, 200},
         {"draw", Draw, 8, 12},
         {"copy", Copy, 12, 20},
+        {"draw_into_surface", DrawIntoSurface, 8, 12},
+        {"draw_into_surface_one_pass", DrawIntoSurfaceOnePass, 8, 12},
     };
     for (const Workload& w : hdrbench::Workloads()) {
         const bool large = w.outputWidth * w.outputHeight > 1920 * 1080;

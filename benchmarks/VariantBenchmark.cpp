@@ -57,7 +57,7 @@ void Draw(benchmark::State& state, const Workload* workload, Program which)
 {
     const hdrbench::PlaneSet& planes = hdrbench::Planes(*workload);
     HdrInfo info = hdrbench::MakeInfo(*workload, planes);
-    EngineSession session(*workload, false);
+    EngineSession session(*workload, false, EngineSession::OnePass());  // its framebuffer covers the output
     if (!session.ok() || !session.Bind()) {
         state.SkipWithError("engine set-up failed");
         return;

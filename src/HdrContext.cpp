@@ -1,12 +1,9 @@
 #include "HdrContext.h"
 
 #include "HdrCommon.h"
+#include "HdrOutputImages.h"
 
-#include <tbm_surface.h>
-
-#include <algorithm>
 #include <cstdint>
-#include <cstring>
 
 namespace {
 
@@ -196,24 +193,10 @@ bool DeleteEGLContext(EGLInfo& info)
 }
 
 // ---------------------------------------------------------------------------
-// EGL images over platform buffers.
+// EGL images over platform buffers: each call logs what the kind of image
+// it is given reports.
 
 namespace {
-
-#ifdef HDRGPU_NATIVE_SURFACE_IMAGES
-bool nativeSurfaceImages = true;
-#else
-bool nativeSurfaceImages = false;
-#endif
-
-// The stand-in for an EGLImage on drivers that cannot import the surface:
-// the surface to fill and the texture whose storage holds the picture.
-struct SurfaceCopyImage {
-    tbm_surface_h surface;
-    int width;
-    int height;
-    GLuint texture;
-};
 
 void LogCreateImageError(EGLint error)
 {
@@ -241,65 +224,28 @@ void LogCreateImageError(EGLint error)
     }
 }
 
-void* CreateSurfaceCopyImage(void* buffer)
+// The kind the calls without one use: this build's.
+const OutputImages& BuildOutputImages()
 {
-    tbm_surface_h surface = static_cast<tbm_surface_h>(buffer);
-    const int width = tbm_surface_get_width(surface);
-    const int height = tbm_surface_get_height(surface);
-    const tbm_format format = tbm_surface_get_format(surface);
-    if (width < 1 || height < 1 || (format != TBM_FORMAT_RGBA8888 && format != TBM_FORMAT_ABGR8888)) {
-        return nullptr;  // what EGL reports as EGL_BAD_PARAMETER
-    }
-    return new SurfaceCopyImage{surface, width, height, 0};
-}
-
-// GL writes R, G, B, A; an RA24 surface holds A, B, G, R: reverse each
-// pixel's four bytes, in place, one pass over each row. Written on whole
-// words so that the compiler turns it into vector code; on x86-64 that needs
-// a byte shuffle beyond the baseline, so clones for newer CPUs are picked at
-// load time.
-typedef uint32_t __attribute__((may_alias)) PixelWord;
-
-#if defined(__x86_64__) && !defined(__clang__)
-__attribute__((target_clones("avx2", "ssse3", "default")))
-#endif
-void ReversePixelBytes(unsigned char* row, int width)
-{
-    PixelWord* pixels = reinterpret_cast<PixelWord*>(row);
-    for (int x = 0; x < width; ++x) {
-        const uint32_t p = pixels[x];
-        pixels[x] = (p >> 24) | ((p >> 8) & 0x0000FF00u) | ((p << 8) & 0x00FF0000u) | (p << 24);
-    }
+    static const std::unique_ptr<const OutputImages> kind = MakeBuildOutputImages();
+    return *kind;
 }
 
 }  // namespace
 
-bool UsesNativeSurfaceImages()
-{
-    return nativeSurfaceImages;
-}
-
-void SetNativeSurfaceImages(bool native)
-{
-    nativeSurfaceImages = native;
-}
-
 void* CreateImageKHR(EGLInfo& info, void* buffer, const int* attribs)
+{
+    return CreateImageKHR(BuildOutputImages(), info, buffer, attribs);
+}
+
+void* CreateImageKHR(const OutputImages& kind, EGLInfo& info, void* buffer, const int* attribs)
 {
     (void)attribs;  // never forwarded: images are made with no attribute list
     HDR_LOG("CreateImageKHR start");
-    void* image = nullptr;
-    if (nativeSurfaceImages) {
-        image = info.eglCreateImageKHRProc(info.display, EGL_NO_CONTEXT, NATIVE_SURFACE_IMAGE_TARGET,
-                                           static_cast<EGLClientBuffer>(buffer), nullptr);
-        if (image == nullptr) {
-            LogCreateImageError(eglGetError());
-        }
-    } else {
-        image = CreateSurfaceCopyImage(buffer);
-        if (image == nullptr) {
-            LogCreateImageError(EGL_BAD_PARAMETER);
-        }
+    EGLint error = EGL_SUCCESS;
+    void* image = kind.Create(info, buffer, error);
+    if (image == nullptr) {
+        LogCreateImageError(error);
     }
     HDR_LOG("CreateImageKHR end");
     return image;
@@ -307,27 +253,29 @@ void* CreateImageKHR(EGLInfo& info, void* buffer, const int* attribs)
 
 void DestroyImageKHR(EGLInfo& info, void* image)
 {
+    DestroyImageKHR(BuildOutputImages(), info, image);
+}
+
+void DestroyImageKHR(const OutputImages& kind, EGLInfo& info, void* image)
+{
     HDR_LOG("DestroyImageKHR start");
-    if (image != nullptr) {
-        if (!nativeSurfaceImages) {
-            delete static_cast<SurfaceCopyImage*>(image);
-        } else if (info.eglDestroyImageKHRProc(info.display, image) == EGL_FALSE) {
-            switch (eglGetError()) {
-            case EGL_BAD_DISPLAY:
-                HDR_LOG("%d ERROR: EGL_BAD_DISPLAY: Invalid EGLDisplay object\n", __LINE__);
-                break;
-            case EGL_BAD_PARAMETER:
-                HDR_LOG(
-                    "%d ERROR: EGL_BAD_PARAMETER: eglImage is not a valid EGLImageKHR object created "
-                    "with respect to EGLDisplay\n",
-                    __LINE__);
-                break;
-            case EGL_BAD_ACCESS:
-                HDR_LOG("%d ERROR: EGL_BAD_ACCESS: EGLImage sibling error\n", __LINE__);
-                break;
-            default:
-                break;
-            }
+    EGLint error = EGL_SUCCESS;
+    if (image != nullptr && !kind.Destroy(info, image, error)) {
+        switch (error) {
+        case EGL_BAD_DISPLAY:
+            HDR_LOG("%d ERROR: EGL_BAD_DISPLAY: Invalid EGLDisplay object\n", __LINE__);
+            break;
+        case EGL_BAD_PARAMETER:
+            HDR_LOG(
+                "%d ERROR: EGL_BAD_PARAMETER: eglImage is not a valid EGLImageKHR object created "
+                "with respect to EGLDisplay\n",
+                __LINE__);
+            break;
+        case EGL_BAD_ACCESS:
+            HDR_LOG("%d ERROR: EGL_BAD_ACCESS: EGLImage sibling error\n", __LINE__);
+            break;
+        default:
+            break;
         }
     }
     HDR_LOG("DestroyImageKHR end");
@@ -335,18 +283,14 @@ void DestroyImageKHR(EGLInfo& info, void* image)
 
 void TargetTextureKHR(EGLInfo& info, void* image)
 {
+    TargetTextureKHR(BuildOutputImages(), info, image);
+}
+
+void TargetTextureKHR(const OutputImages& kind, EGLInfo& info, void* image)
+{
     HDR_LOG("TargetTextureKHR start");
     if (image != nullptr) {
-        if (nativeSurfaceImages) {
-            info.glEGLImageTargetTexture2DOESProc(GL_TEXTURE_2D, static_cast<GLeglImageOES>(image));
-        } else {
-            auto* copyImage = static_cast<SurfaceCopyImage*>(image);
-            GLint bound = 0;
-            glGetIntegerv(GL_TEXTURE_BINDING_2D, &bound);
-            copyImage->texture = static_cast<GLuint>(bound);
-            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, copyImage->width, copyImage->height, 0, GL_RGBA, GL_UNSIGNED_BYTE,
-                         nullptr);
-        }
+        kind.Attach(info, image);
         const GLenum error = glGetError();
         if (error != GL_NO_ERROR) {
             // The conversion reads "%0x" then the characters "04x".
@@ -360,11 +304,22 @@ void TargetTextureKHR(EGLInfo& info, void* image)
 
 void* PrepareTBMEglTexture(EGLInfo& info, int buffer, const void* image)
 {
-    const intptr_t widened = buffer;                                             // sign extension back to pointer width
-    return PrepareTBMEglTexture(info, reinterpret_cast<void*>(widened), image);  // NOLINT(performance-no-int-to-ptr)
+    return PrepareTBMEglTexture(BuildOutputImages(), info, buffer, image);
+}
+
+void* PrepareTBMEglTexture(const OutputImages& kind, EGLInfo& info, int buffer, const void* image)
+{
+    const intptr_t widened = buffer;                        // sign extension back to pointer width
+    void* const handle = reinterpret_cast<void*>(widened);  // NOLINT(performance-no-int-to-ptr)
+    return PrepareTBMEglTexture(kind, info, handle, image);
 }
 
 void* PrepareTBMEglTexture(EGLInfo& info, void* buffer, const void* image)
+{
+    return PrepareTBMEglTexture(BuildOutputImages(), info, buffer, image);
+}
+
+void* PrepareTBMEglTexture(const OutputImages& kind, EGLInfo& info, void* buffer, const void* image)
 {
     HDR_LOG("PrepareTBMEglTexture start");
     if (buffer == nullptr) {
@@ -373,61 +328,12 @@ void* PrepareTBMEglTexture(EGLInfo& info, void* buffer, const void* image)
     }
     void* result = const_cast<void*>(image);
     if (result == nullptr) {
-        result = CreateImageKHR(info, buffer, nullptr);
+        result = CreateImageKHR(kind, info, buffer, nullptr);
         if (result == nullptr) {
             return nullptr;
         }
     }
-    TargetTextureKHR(info, result);
+    TargetTextureKHR(kind, info, result);
     HDR_LOG("Call success end");
     return result;
-}
-
-bool CopyImageToSurface(void* image, GLuint framebuffer)
-{
-    if (nativeSurfaceImages) {
-        return true;  // the surface is the texture's storage
-    }
-    auto* copyImage = static_cast<SurfaceCopyImage*>(image);
-    if (copyImage == nullptr) {
-        HDR_LOG("%d ERROR: no output image\n", __LINE__);
-        return false;
-    }
-    tbm_surface_info_s info;
-    if (tbm_surface_map(copyImage->surface, TBM_SURF_OPTION_WRITE, &info) != TBM_SURFACE_ERROR_NONE) {
-        HDR_LOG("%d ERROR: tbm_surface_map failed\n", __LINE__);
-        return false;
-    }
-    const tbm_surface_plane_s& plane = info.planes[0];
-    const int width = copyImage->width;
-    const int height = copyImage->height;
-    if (plane.stride % 4 != 0 || plane.stride / 4 < static_cast<uint32_t>(width) ||
-        static_cast<uint64_t>(plane.stride) * static_cast<uint64_t>(height) > plane.size) {
-        HDR_LOG("%d ERROR: surface layout (stride %u, size %u) does not hold %d x %d pixels\n", __LINE__, plane.stride,
-                plane.size, width, height);
-        tbm_surface_unmap(copyImage->surface);
-        return false;
-    }
-
-    // GL writes the rows straight into the surface, its stride as row length,
-    // a band at a time so that the byte reorder finds the band still in cache.
-    constexpr int kBandRows = 32;
-    const bool reorder = info.format == TBM_FORMAT_RGBA8888;
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, framebuffer);
-    glPixelStorei(GL_PACK_ALIGNMENT, 4);
-    glPixelStorei(GL_PACK_ROW_LENGTH, static_cast<GLint>(plane.stride / 4));
-    bool ok = true;
-    for (int top = 0; top < height && ok; top += kBandRows) {
-        const int rows = std::min(kBandRows, height - top);
-        unsigned char* band = plane.ptr + static_cast<size_t>(top) * plane.stride;
-        glReadPixels(0, top, width, rows, GL_RGBA, GL_UNSIGNED_BYTE, band);
-        ok = GL_error_check();
-        for (int y = 0; ok && reorder && y < rows; ++y) {
-            ReversePixelBytes(band + static_cast<size_t>(y) * plane.stride, width);
-        }
-    }
-    glPixelStorei(GL_PACK_ROW_LENGTH, 0);
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
-    tbm_surface_unmap(copyImage->surface);
-    return ok;
 }

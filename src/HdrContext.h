@@ -30,33 +30,29 @@ bool UnbindEGLContext(EGLInfo& info);
 bool DeleteEGLContext(EGLInfo& info);
 
 // EGL images over platform buffers (tbm surfaces). Ownership of a non-null
-// image passes to the caller, who frees it with DestroyImageKHR.
+// image passes to the caller, who frees it with DestroyImageKHR of the same
+// kind.
 //
-// On the target platform an image is an EGLImage made with the platform's
-// native-surface target, so the texture it backs renders straight into the
-// surface. Drivers without that target (Mesa, NVIDIA's desktop driver) get a
-// surface-copy image instead: TargetTextureKHR gives the bound texture RGBA8
-// storage of the surface's size, and CopyImageToSurface puts each finished
-// picture into the surface's memory in the byte order of its format. Which
-// kind is made is chosen at build time; tests may switch it.
+// Each call comes twice: with the kind of image it makes (HdrOutputImages.h:
+// the platform's native-surface images, or surface copies where the driver
+// lacks that target), and without, for this build's kind.
 constexpr EGLenum NATIVE_SURFACE_IMAGE_TARGET = 0x32A1;
 
+class OutputImages;
+
 void* CreateImageKHR(EGLInfo& info, void* buffer, const int* attribs);
+void* CreateImageKHR(const OutputImages& kind, EGLInfo& info, void* buffer, const int* attribs);
 void DestroyImageKHR(EGLInfo& info, void* image);
+void DestroyImageKHR(const OutputImages& kind, EGLInfo& info, void* image);
 void TargetTextureKHR(EGLInfo& info, void* image);
+void TargetTextureKHR(const OutputImages& kind, EGLInfo& info, void* image);
 // buffer is the surface handle narrowed to 32 bits, widened back by sign
 // extension: that loses a 64-bit handle that does not fit in 31 bits.
 void* PrepareTBMEglTexture(EGLInfo& info, int buffer, const void* image);
-// The same at full width; the engine uses this one, so that a platform whose
+void* PrepareTBMEglTexture(const OutputImages& kind, EGLInfo& info, int buffer, const void* image);
+// The same at full width; the engine uses these, so that a platform whose
 // handles are 64-bit pointers keeps them whole.
 void* PrepareTBMEglTexture(EGLInfo& info, void* buffer, const void* image);
-
-// Copies what framebuffer holds (its colour attachment is the texture the
-// image backs) into the image's surface. Nothing to do for a native image.
-// False when the surface cannot be mapped or a GL error occurs.
-bool CopyImageToSurface(void* image, GLuint framebuffer);
-
-bool UsesNativeSurfaceImages();
-void SetNativeSurfaceImages(bool native);
+void* PrepareTBMEglTexture(const OutputImages& kind, EGLInfo& info, void* buffer, const void* image);
 
 #endif

@@ -16,6 +16,7 @@
 #include "HdrGenerateConstants.h"
 #include "HdrGenerateShaders.h"
 #include "HdrGenerateTransferFunction.h"
+#include "HdrOutputImages.h"
 #include "HdrThreadContext.h"
 #include "TSShaderManager.h"
 
@@ -39,7 +40,7 @@ static_assert(std::size(kUniformNames) == UNIFORM_SLOT_COUNT, "one name per unif
 
 }  // namespace
 
-HdrGenerate::HdrGenerate()
+HdrGenerate::HdrGenerate(std::unique_ptr<const OutputImages> images)
     : isGenerated(false),
       isAplPending(false),
       initOption{1920, 1080, nullptr, true, false},
@@ -68,6 +69,7 @@ HdrGenerate::HdrGenerate()
       bufferBytes{},
       currentPlane(-1),
       useSpecialisedPrograms(true),
+      outputImages(std::move(images)),
       hasTextureStorage(false),
       textureSizes{0, 0, 0, 0}
 {
@@ -127,7 +129,7 @@ HdrGenerate::~HdrGenerate()
 
     EGLInfo* egl = FindThreadContext();
     if (egl != nullptr) {
-        DestroyImageKHR(*egl, eglImage);
+        DestroyImageKHR(*outputImages, *egl, eglImage);
     }
     tbm_surface_destroy(tbmSurface);
 }
@@ -135,8 +137,17 @@ HdrGenerate::~HdrGenerate()
 HdrGenerate* HdrGenerate::GetInstance()
 {
     if (pInstance == nullptr) {
-        pInstance = new HdrGenerate();
+        pInstance = new HdrGenerate(MakeBuildOutputImages());
     }
+    return pInstance;
+}
+
+HdrGenerate* HdrGenerate::CreateInstance(std::unique_ptr<const OutputImages> images)
+{
+    if (pInstance != nullptr || images == nullptr) {
+        return nullptr;
+    }
+    pInstance = new HdrGenerate(std::move(images));
     return pInstance;
 }
 
@@ -392,20 +403,15 @@ int HdrGenerate::Draw()
     }
     DrawProgram(program);
 
-    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
     glClearColor(0.0f, 0.0f, 0.0f, 0.0f);
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     // The metadata's output size, whatever the surface's own size.
-    glViewport(0, 0, hdrInfo.outputWidth, hdrInfo.outputHeight);
-    glBindVertexArray(vertexArray);
-    glDrawElements(GL_TRIANGLES, 6, GL_UNSIGNED_INT, nullptr);
-    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    const bool stored = DrawIntoSurface(hdrInfo.outputWidth, hdrInfo.outputHeight);
     glUseProgram(program);  // the registered program stays the current one between calls
     // The surface is complete when the host gets control back.
     glFinish();
     HDR_LOG("HdrGenerate::Draw Draw finish");
 
-    if (!CopyOutputToSurface()) {
+    if (!stored) {
         HDR_LOG("%d ERROR: GL_error\n", __LINE__);
         return GPU_GENERATE_ERROR_GL;
     }

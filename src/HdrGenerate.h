@@ -12,12 +12,14 @@
 #include "HdrFactorySettings.h"
 #include "HdrGainMapVariantPrograms.h"
 #include "HdrGpuBackend.h"
+#include "HdrOutputImages.h"
 
 #include <GLES3/gl3.h>
 #include <tbm_surface.h>
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <vector>
 
 namespace Tessara {
@@ -51,7 +53,12 @@ struct DataInfo {
 
 class HdrGenerate {
 public:
+    // The instance, made on first use with this build's kind of output
+    // image (HdrOutputImages.h).
     static HdrGenerate* GetInstance();
+    // Makes the instance with the given kind of output image; null when an
+    // instance exists already.
+    static HdrGenerate* CreateInstance(std::unique_ptr<const OutputImages> images);
     static void DestroyInstance();
 
     int Init();
@@ -82,9 +89,11 @@ public:
 
     // Output target.
     int updateTBM();
-    // Puts the finished picture into the output surface where the driver
-    // cannot render into it directly; returns false on a GL error.
-    bool CopyOutputToSurface();
+    // Draws the current program over a viewport of the given size into the
+    // output surface, pass by pass as the kind of output image needs, each
+    // pass cleared with the current clear colour first. False when a pass
+    // could not be put into the surface.
+    bool DrawIntoSurface(int viewportWidth, int viewportHeight);
 
     bool isGenerated;
     bool isAplPending;
@@ -124,6 +133,9 @@ public:
     GainMapVariantPrograms variantPrograms;
     GainChromaContent gainChroma;
 
+    // How the output texture reaches the surface; fixed for the engine's life.
+    const std::unique_ptr<const OutputImages> outputImages;
+
     static HdrGenerate* pInstance;
 
     // Kept for the exported names and the recorded layout only:
@@ -135,7 +147,7 @@ public:
     int32_t textureSizes[4];
 
 private:
-    HdrGenerate();
+    explicit HdrGenerate(std::unique_ptr<const OutputImages> images);
     ~HdrGenerate();
     HdrGenerate(const HdrGenerate&) = delete;
     HdrGenerate& operator=(const HdrGenerate&) = delete;

@@ -5,11 +5,12 @@
 
 #include "HdrCommon.h"
 #include "HdrGenerate.h"
+#include "HdrOutputImages.h"
 #include "HdrThreadContext.h"
 
 void HdrGenerate::ReleaseOutputSurface(EGLInfo& egl)
 {
-    DestroyImageKHR(egl, eglImage);
+    DestroyImageKHR(*outputImages, egl, eglImage);
     eglImage = nullptr;
     tbm_surface_destroy(tbmSurface);
     tbmSurface = nullptr;
@@ -54,7 +55,7 @@ int HdrGenerate::updateTBM()
         return GPU_GENERATE_ERROR_SURFACE;
     }
 
-    eglImage = PrepareTBMEglTexture(*egl, static_cast<void*>(tbmSurface), nullptr);
+    eglImage = PrepareTBMEglTexture(*outputImages, *egl, static_cast<void*>(tbmSurface), nullptr);
     if (eglImage == nullptr) {
         HDR_LOG("%d ERROR: PrepareTBMEglTexture fail\n", __LINE__);
         return GPU_GENERATE_ERROR_EGL_IMAGE;
@@ -91,7 +92,23 @@ int HdrGenerate::updateTBM()
     return GPU_GENERATE_ERROR_GL;
 }
 
-bool HdrGenerate::CopyOutputToSurface()
+bool HdrGenerate::DrawIntoSurface(int viewportWidth, int viewportHeight)
 {
-    return CopyImageToSurface(eglImage, framebuffer);
+    // Band i holds the surface's rows from i * rows: drawing the viewport
+    // that many rows lower puts exactly those rows into the band.
+    const OutputBands bands = outputImages->Bands(eglImage);
+    bool stored = bands.count > 0;
+    glBindVertexArray(vertexArray);
+    for (int band = 0; band < bands.count && stored; ++band) {
+        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+        glViewport(0, -band * bands.rows, viewportWidth, viewportHeight);
+        glDrawElements(GL_TRIANGLES, 6, GL_UNSIGNED_INT, nullptr);
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        stored = outputImages->StoreBand(eglImage, framebuffer, band);
+    }
+    if (!stored && bands.count == 0) {
+        HDR_LOG("%d ERROR: no output image\n", __LINE__);
+    }
+    return stored;
 }

@@ -4,6 +4,7 @@
 #include "EngineTestSupport.h"
 #include "Faults.h"
 #include "HdrGenerate.h"
+#include "HdrOutputImages.h"
 #include "HdrRender.h"
 #include "LogCapture.h"
 #include "TSShaderManager.h"
@@ -111,6 +112,39 @@ TEST_F(DrawPass, ViewportIsTheMetadataOutputSize)
         }
     }
     ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+}
+
+
+// Drawn in bands of 3 rows (3, 3 and 1), the surface holds the same bytes
+// as drawn in one pass, also with a viewport narrower than the surface.
+using DrawBands = hdrtest::EglTest;
+
+TEST_F(DrawBands, BandedDrawEqualsOnePass)
+{
+    const EGLDisplay display = display_;
+    const hdrtest::Planes planes = hdrtest::MakePlanes(11, 7, 11, 7, 2);
+    std::vector<hdrtest::Rgba8> drawn[2];
+    for (int pass = 0; pass < 2; ++pass) {
+        SCOPED_TRACE(pass == 0 ? "one pass" : "bands");
+        const int rows = pass == 0 ? SurfaceCopyImages::kWholeSurface : 3;
+        EngineHarness harness(11, 7, display, false, std::make_unique<SurfaceCopyImages>(rows));
+        ASSERT_TRUE(harness.ok());
+        ASSERT_EQ(harness.Upload(planes), 0);
+        HdrGenerate* engine = HdrGenerate::GetInstance();
+        engine->hdrInfo.hdrCapacityMax = 2.0f;
+        engine->hdrInfo.outputWidth = 9;
+        ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+        ASSERT_EQ(engine->Draw(), 0);
+        ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+        drawn[pass] = harness.ReadSurface();
+        ASSERT_EQ(drawn[pass].size(), 77u);
+    }
+    for (size_t i = 0; i < drawn[0].size(); ++i) {
+        const auto& a = drawn[0][i];
+        const auto& b = drawn[1][i];
+        ASSERT_TRUE(a.r == b.r && a.g == b.g && a.b == b.b && a.a == b.a) << "pixel " << i % 11 << ", " << i / 11;
+        ASSERT_EQ(a.a, i % 11 < 9 ? 255 : 0) << "pixel " << i % 11 << ", " << i / 11;
+    }
 }
 
 }  // namespace

@@ -22,6 +22,7 @@
 #include "EngineHarness.h"
 #include "GainMapModel.h"
 #include "HdrGenerate.h"
+#include "HdrOutputImages.h"
 #include "HdrRender.h"
 #include "TSShaderManager.h"
 
@@ -273,7 +274,8 @@ protected:
         const bool rotated = !(md.outputRotate < 1 || md.outputRotate > 3) || md.outputMirror;
         ASSERT_TRUE(!rotated || w == h) << "rotations are checked on square pictures";
 
-        EngineHarness harness(w, h, display_);
+        EngineHarness harness(w, h, display_, false,
+                              bandRows_ != 0 ? std::make_unique<SurfaceCopyImages>(bandRows_) : nullptr);
         ASSERT_TRUE(harness.ok());
         ASSERT_EQ(harness.Upload(planes), 0);
         HdrGenerate* engine = HdrGenerate::GetInstance();
@@ -454,6 +456,10 @@ protected:
                   << " beyond the sampler-error interval; at least " << s.fewestDistinct
                   << " distinct codes per channel\n";
     }
+
+    // Rows per pass of surface-copy output images; 0 builds the engine with
+    // this build's kind.
+    int bandRows_ = 0;
 };
 
 // ---------------------------------------------------------------------------
@@ -787,6 +793,35 @@ INSTANTIATE_TEST_SUITE_P(Codes, EndToEndRotation,
                              const int code = std::get<0>(info.param);
                              return std::string("Rotate") + (code < 0 ? "Minus" : "") +
                                     std::to_string(std::abs(code)) +
+                                    (std::get<1>(info.param) ? "Mirrored" : "");
+                         });
+
+// Drawn in bands of 7 rows (the last one shorter), every rotation and mirror
+// still matches the model pixel for pixel: each band's rows are the
+// picture's own.
+class EndToEndBandedRotation : public EndToEndRotation {
+protected:
+    void SetUp() override
+    {
+        EndToEndRotation::SetUp();
+        bandRows_ = 7;
+    }
+};
+
+TEST_P(EndToEndBandedRotation, EveryBandHoldsItsOwnRows)
+{
+    Job job = DefaultJob();
+    job.metadata.outputRotate = std::get<0>(GetParam());
+    job.metadata.outputMirror = std::get<1>(GetParam());
+    job.metadata.gainMapMin = {{-0.5f, 0.0f, 0.25f}};
+    job.metadata.gainMapMax = {{1.5f, 2.0f, 2.5f}};
+    DrawAndCompare(RandomPlanes(kSquare, kSquare, 302), job);
+}
+
+INSTANTIATE_TEST_SUITE_P(Codes, EndToEndBandedRotation,
+                         ::testing::Combine(::testing::Values(0, 1, 2, 3), ::testing::Bool()),
+                         [](const ::testing::TestParamInfo<std::tuple<int, bool>>& info) {
+                             return std::string("Rotate") + std::to_string(std::get<0>(info.param)) +
                                     (std::get<1>(info.param) ? "Mirrored" : "");
                          });
 

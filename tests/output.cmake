@@ -1,6 +1,7 @@
 # The output target (EGL images, the output surface and the copy into it)
 # and the gain-map program's registration.
-hdrgpu_add_test(output_target_tests INTERNAL SOURCES OutputTargetTest.cpp)
+hdrgpu_add_test(output_target_tests INTERNAL SOURCES EglImageTest.cpp UpdateTbmTest.cpp SurfaceCopyTest.cpp
+  support/OutputTestSupport.cpp)
 hdrgpu_add_test(gain_map_program_tests INTERNAL SOURCES GainMapProgramTest.cpp)
 
 # The gain-map program's two sources, checked offline by the reference GLSL

@@ -1,6 +1,7 @@
 #include "EngineHarness.h"
 
 #include "HdrGenerate.h"
+#include "HdrOutputImages.h"
 #include "HdrRender.h"
 #include "TSShaderManager.h"
 
@@ -21,6 +22,11 @@ GLint Location(const char* name)
 }  // namespace
 
 EngineHarness::EngineHarness(int outputWidth, int outputHeight, EGLDisplay display, bool streaming)
+    : EngineHarness(outputWidth, outputHeight, display, streaming, nullptr)
+{}
+
+EngineHarness::EngineHarness(int outputWidth, int outputHeight, EGLDisplay display, bool streaming,
+                             std::unique_ptr<const OutputImages> images)
     : width_(outputWidth), height_(outputHeight)
 {
     HdrGenerate::DestroyInstance();
@@ -28,6 +34,9 @@ EngineHarness::EngineHarness(int outputWidth, int outputHeight, EGLDisplay displ
     HdrRender* render = HdrRender::GetInstance();
     render->SetEGLDisplay(display);
     if (render->Init() != 0 || !render->Bind()) {
+        return;
+    }
+    if (images != nullptr && HdrGenerate::CreateInstance(std::move(images)) == nullptr) {
         return;
     }
     HdrGenerate* engine = HdrGenerate::GetInstance();
@@ -147,16 +156,10 @@ int EngineHarness::Draw(const GainMapUniforms& u)
 
     // A clear colour no pixel of the pass can have (alpha 0), so unwritten
     // pixels show.
-    glBindFramebuffer(GL_FRAMEBUFFER, engine->framebuffer);
     glClearColor(0.25f, 0.5f, 0.75f, 0.0f);
-    glClear(GL_COLOR_BUFFER_BIT);
-    glViewport(0, 0, width_, height_);
-    glBindVertexArray(engine->vertexArray);
-    glDrawElements(GL_TRIANGLES, 6, GL_UNSIGNED_INT, nullptr);
-    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    const bool copied = engine->DrawIntoSurface(width_, height_);
     glFinish();
     const bool drawn = glGetError() == GL_NO_ERROR;
-    const bool copied = engine->CopyOutputToSurface();
     const bool unbound = render->Unbind();
     if (!unbound) {
         return 3;

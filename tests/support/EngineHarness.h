@@ -12,7 +12,10 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <vector>
+
+class OutputImages;
 
 namespace hdrtest {
 
@@ -35,8 +38,12 @@ public:
     // Makes the calling thread's render context on the test display and
     // initialises the generator: in the direct mode with an output surface of
     // outputWidth x outputHeight, or in the streaming mode, whose surface
-    // comes with the first Intake. ok() tells whether that worked.
+    // comes with the first Intake. ok() tells whether that worked. images,
+    // when given, is the kind of output image the engine is built with
+    // (otherwise this build's).
     EngineHarness(int outputWidth, int outputHeight, EGLDisplay display, bool streaming = false);
+    EngineHarness(int outputWidth, int outputHeight, EGLDisplay display, bool streaming,
+                  std::unique_ptr<const OutputImages> images);
     // Destroys the generator and the registry.
     ~EngineHarness();
     EngineHarness(const EngineHarness&) = delete;
@@ -59,8 +66,9 @@ public:
     // UpdateDataBegin and UpdateDataEnd into the mapped buffers.
     bool Stream(const Planes& planes);
 
-    // Fills the surface with a sentinel, sets every uniform, draws one pass
-    // over the output and puts the picture into the surface. Returns 0, or
+    // Fills the surface with a sentinel, sets every uniform, draws the output
+    // as the engine does (pass by pass where its output images need that)
+    // and puts the picture into the surface. Returns 0, or
     // 11 on a GL error.
     int Draw(const GainMapUniforms& uniforms);
 

@@ -84,10 +84,7 @@ TEST(GainMapJpegForms, ExtendedXmpIsSearched)
     const std::string guid = "0123456789ABCDEF0123456789ABCDEF";
     const std::string extended =
         XmpPacket(HdrgmDescription("hdrgm:GainMapMax=\"2.25\" hdrgm:HDRCapacityMax=\"2\" hdrgm:Gamma=\"1.5\""));
-    const std::string standard = XmpPacket(
-        "  <rdf:Description rdf:about=\"\" xmlns:xmpNote=\"http://ns.adobe.com/xmp/note/\" "
-        "xmpNote:HasExtendedXMP=\"" +
-        guid + "\"/>");
+    const std::string standard = ExtendedXmpPointer(guid);
     const uint32_t full = static_cast<uint32_t>(extended.size());
     const uint32_t half = full / 2;
     FileParts parts = XmpFile("");
@@ -136,8 +133,7 @@ TEST(GainMapJpegForms, IsoCommonDenominatorAndOneRecord)
     iso.alternate = {3 << 15, 0};  // 1.5
     iso.channels[0] = {IsoRational{-(1 << 14), 0}, IsoRational{5 << 15, 0}, IsoRational{1 << 16, 0},
                        IsoRational{1 << 10, 0}, IsoRational{0, 0}};
-    FileParts parts = XmpFile("");
-    parts.mapSegments = {IsoSegment(iso)};
+    const FileParts parts = MapSegmentsFile({IsoSegment(iso)});
     const GainMapJpeg parsed = ParseOk(Build(parts).bytes);
     EXPECT_EQ(parsed.source, MetadataSource::Iso);
     EXPECT_FALSE(parsed.hadXmp);
@@ -147,8 +143,7 @@ TEST(GainMapJpegForms, IsoCommonDenominatorAndOneRecord)
 
 TEST(GainMapJpegForms, FullIsoBlockInThePrimaryIsRead)
 {
-    FileParts parts = XmpFile("");
-    parts.mapSegments = {};
+    FileParts parts = MapSegmentsFile({});
     // A full block in the primary only (some writers): still read.
     parts.primarySegments = {IsoSegment(DefaultIso())};
     EXPECT_EQ(ParseOk(Build(parts).bytes).source, MetadataSource::Iso);

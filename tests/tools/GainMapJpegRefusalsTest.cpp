@@ -14,6 +14,14 @@
 namespace gainmaptest {
 namespace {
 
+// A file with valid hdrgm XMP in the map and the given ISO block after it.
+Bytes BesideValidXmp(const Segment& iso)
+{
+    FileParts parts = XmpFile(HdrgmDescription("hdrgm:GainMapMax=\"2\" hdrgm:HDRCapacityMax=\"2\""));
+    parts.mapSegments.push_back(iso);
+    return Build(parts).bytes;
+}
+
 TEST(GainMapJpegRefusals, PlainJpegHasNoGainMap)
 {
     EXPECT_EQ(ParseFails(SmallPrimary()), "no gain map");
@@ -50,9 +58,7 @@ TEST(GainMapJpegRefusals, HdrBaseIsRefused)
     IsoFields iso = DefaultIso();
     iso.base = {3, 1};
     iso.alternate = {0, 1};
-    FileParts parts = XmpFile(HdrgmDescription("hdrgm:GainMapMax=\"2\" hdrgm:HDRCapacityMax=\"2\""));
-    parts.mapSegments.push_back(IsoSegment(iso));
-    EXPECT_EQ(ParseFails(Build(parts).bytes), "base rendition is HDR (unsupported)");
+    EXPECT_EQ(ParseFails(BesideValidXmp(IsoSegment(iso))), "base rendition is HDR (unsupported)");
 }
 
 TEST(GainMapJpegRefusals, EqualIsoHeadroomsAreRefused)
@@ -60,9 +66,7 @@ TEST(GainMapJpegRefusals, EqualIsoHeadroomsAreRefused)
     IsoFields iso = DefaultIso();
     iso.base = {1, 2};
     iso.alternate = {2, 4};
-    FileParts parts = XmpFile(HdrgmDescription("hdrgm:GainMapMax=\"2\" hdrgm:HDRCapacityMax=\"2\""));
-    parts.mapSegments.push_back(IsoSegment(iso));
-    EXPECT_EQ(ParseFails(Build(parts).bytes), "gain map not to be applied (equal headrooms)");
+    EXPECT_EQ(ParseFails(BesideValidXmp(IsoSegment(iso))), "gain map not to be applied (equal headrooms)");
 }
 
 TEST(GainMapJpegRefusals, ZeroIsoDenominatorIsRefused)
@@ -70,21 +74,22 @@ TEST(GainMapJpegRefusals, ZeroIsoDenominatorIsRefused)
     for (int field = 0; field < 7; ++field) {
         SCOPED_TRACE(field);
         IsoFields iso = DefaultIso();
-        if (field == 0)
+        if (field == 0) {
             iso.base.denominator = 0;
-        if (field == 1)
+        }
+        if (field == 1) {
             iso.alternate.denominator = 0;
-        if (field >= 2)
+        }
+        if (field >= 2) {
             iso.channels[0][static_cast<size_t>(field - 2)].denominator = 0;
-        FileParts parts = XmpFile("");
-        parts.mapSegments = {IsoSegment(iso)};
+        }
+        const FileParts parts = MapSegmentsFile({IsoSegment(iso)});
         EXPECT_EQ(ParseFails(Build(parts).bytes), "corrupt ISO 21496-1 gain map metadata (zero denominator)");
     }
     IsoFields common = DefaultIso();
     common.commonDenominator = true;
     common.common = 0;
-    FileParts parts = XmpFile("");
-    parts.mapSegments = {IsoSegment(common)};
+    const FileParts parts = MapSegmentsFile({IsoSegment(common)});
     EXPECT_EQ(ParseFails(Build(parts).bytes), "corrupt ISO 21496-1 gain map metadata (zero denominator)");
 }
 
@@ -92,13 +97,10 @@ TEST(GainMapJpegRefusals, ShortIsoBlockIsRefusedButXmpStillServes)
 {
     Segment iso = IsoSegment(DefaultIso());
     iso.payload.resize(iso.payload.size() - 3);
-    FileParts parts = XmpFile("");
-    parts.mapSegments = {iso};
+    const FileParts parts = MapSegmentsFile({iso});
     EXPECT_EQ(ParseFails(Build(parts).bytes), "corrupt ISO 21496-1 gain map metadata (too short)");
     // With valid hdrgm XMP beside the broken block, the XMP is used.
-    FileParts both = XmpFile(HdrgmDescription("hdrgm:GainMapMax=\"2\" hdrgm:HDRCapacityMax=\"2\""));
-    both.mapSegments.push_back(iso);
-    const GainMapJpeg parsed = ParseOk(Build(both).bytes);
+    const GainMapJpeg parsed = ParseOk(BesideValidXmp(iso));
     EXPECT_EQ(parsed.source, MetadataSource::Xmp);
     EXPECT_FALSE(parsed.hadIso);
 }
@@ -107,12 +109,9 @@ TEST(GainMapJpegRefusals, UnsupportedIsoVersionDefersToXmp)
 {
     IsoFields iso = DefaultIso();
     iso.minimumVersion = 1;
-    FileParts parts = XmpFile("");
-    parts.mapSegments = {IsoSegment(iso)};
+    const FileParts parts = MapSegmentsFile({IsoSegment(iso)});
     EXPECT_EQ(ParseFails(Build(parts).bytes), "unsupported ISO 21496-1 gain map metadata version 1");
-    FileParts both = XmpFile(HdrgmDescription("hdrgm:GainMapMax=\"2\" hdrgm:HDRCapacityMax=\"2\""));
-    both.mapSegments.push_back(IsoSegment(iso));
-    EXPECT_EQ(ParseOk(Build(both).bytes).source, MetadataSource::Xmp);
+    EXPECT_EQ(ParseOk(BesideValidXmp(IsoSegment(iso))).source, MetadataSource::Xmp);
 }
 
 TEST(GainMapJpegRefusals, RequiredXmpFieldsAreNamed)
@@ -171,9 +170,9 @@ TEST(GainMapJpegRefusals, MalformedXmpIsNotMetadata)
     const std::string reason = ParseFails(Build(parts).bytes);
     EXPECT_NE(reason.find("not well-formed"), std::string::npos) << reason;
     // A DTD (and its entities) is refused outright.
-    FileParts dtd = XmpFile("");
-    dtd.mapSegments = {XmpSegment("<!DOCTYPE x [<!ENTITY a \"2\">]>" +
-                                  XmpPacket(HdrgmDescription("hdrgm:GainMapMax=\"&a;\" hdrgm:HDRCapacityMax=\"2\"")))};
+    const FileParts dtd = MapSegmentsFile(
+        {XmpSegment("<!DOCTYPE x [<!ENTITY a \"2\">]>" +
+                    XmpPacket(HdrgmDescription("hdrgm:GainMapMax=\"&a;\" hdrgm:HDRCapacityMax=\"2\"")))});
     EXPECT_FALSE(Parse(Build(dtd).bytes, nullptr, nullptr));
 }
 

@@ -44,8 +44,9 @@ Bytes ReadSample(const char* name)
 
 #define REQUIRE_SAMPLES()                                                  \
     do {                                                                   \
-        if (!SamplesPresent())                                             \
+        if (!SamplesPresent()) {                                           \
             GTEST_SKIP() << "no samples folder at " << HDRGPU_SAMPLES_DIR; \
+        }                                                                  \
     } while (0)
 
 const char* const kApple = "libavif_apple_gainmap_new.jpg";
@@ -92,10 +93,8 @@ TEST(GainMapJpegSamples, EachSampleMatchesItsRecordedValues)
         GainMapJpeg parsed;
         std::string reason;
         ASSERT_TRUE(Parse(file, &parsed, &reason)) << reason;
-        ExpectRanges(file, parsed);
         // The map starts at the primary's EOI end and runs to the end of the file.
-        EXPECT_EQ(parsed.gainMapOffset, parsed.primarySize);
-        EXPECT_EQ(parsed.gainMapOffset + parsed.gainMapSize, file.size());
+        ExpectRanges(file, parsed);
         EXPECT_EQ(parsed.orientation, 1);
         EXPECT_EQ(parsed.source, e.source);
         EXPECT_TRUE(parsed.hadXmp);
@@ -166,8 +165,9 @@ TEST(GainMapJpegSamples, PixelHasALittleEndianIndexWithAWrongPrimarySize)
     EXPECT_EQ(walk.end, 2684148u);
     const hdrconvert::JpegSegment* mpfSegment = nullptr;
     for (const hdrconvert::JpegSegment& s : walk.segments) {
-        if (s.marker == 0xE2 && hdrconvert::SegmentHasIdentifier(file.data(), s, "MPF", 4))
+        if (s.marker == 0xE2 && hdrconvert::SegmentHasIdentifier(file.data(), s, "MPF", 4)) {
             mpfSegment = &s;
+        }
     }
     ASSERT_NE(mpfSegment, nullptr);
     hdrconvert::MpfIndex index;
@@ -257,12 +257,15 @@ TEST(GainMapJpegSamples, TruncatedCopiesAreRefused)
         const Bytes file = ReadSample(name);
         std::set<size_t> cuts;
         const size_t steps = 311;
-        for (size_t i = 0; i < steps; ++i)
+        for (size_t i = 0; i < steps; ++i) {
             cuts.insert(file.size() * i / steps);
-        for (size_t i = 0; i < 64 && i < file.size(); ++i)
+        }
+        for (size_t i = 0; i < 64 && i < file.size(); ++i) {
             cuts.insert(i);
-        for (size_t i = 1; i <= 8; ++i)
+        }
+        for (size_t i = 1; i <= 8; ++i) {
             cuts.insert(file.size() - i);
+        }
         GainMapJpeg whole;
         std::string reason;
         if (Parse(file, &whole, &reason)) {
@@ -272,8 +275,9 @@ TEST(GainMapJpegSamples, TruncatedCopiesAreRefused)
             }
         }
         for (size_t cut : cuts) {
-            if (cut >= file.size())
+            if (cut >= file.size()) {
                 continue;
+            }
             const Bytes copy(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(cut));
             GainMapJpeg parsed;
             std::string why;

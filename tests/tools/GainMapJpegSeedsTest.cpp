@@ -59,18 +59,14 @@ TEST(GainMapJpegSeeds, SeedFilesParseAsExpected)
         }
         iso.base = {0, 0};
         iso.alternate = {8, 0};
-        FileParts parts = XmpFile("");
-        parts.mapSegments = {IsoSegment(iso)};
+        const FileParts parts = MapSegmentsFile({IsoSegment(iso)});
         seeds.push_back({"iso_common_denominator", Build(parts).bytes, true});
     }
     {
         const std::string guid = "0123456789ABCDEF0123456789ABCDEF";
         const std::string extended =
             XmpPacket(HdrgmDescription("hdrgm:GainMapMax=\"2.25\" hdrgm:HDRCapacityMax=\"2\""));
-        const std::string standard = XmpPacket(
-            "  <rdf:Description rdf:about=\"\" xmlns:xmpNote=\"http://ns.adobe.com/xmp/note/\" "
-            "xmpNote:HasExtendedXMP=\"" +
-            guid + "\"/>");
+        const std::string standard = ExtendedXmpPointer(guid);
         const uint32_t full = static_cast<uint32_t>(extended.size());
         FileParts parts = XmpFile("");
         parts.mapSegments = {XmpSegment(standard), ExtendedXmpSegment(guid, full, full / 2, extended.substr(full / 2)),
@@ -88,8 +84,7 @@ TEST(GainMapJpegSeeds, SeedFilesParseAsExpected)
         IsoFields iso = DefaultIso();
         iso.base = {3, 1};
         iso.alternate = {0, 1};
-        FileParts parts = XmpFile("");
-        parts.mapSegments = {IsoSegment(iso)};
+        const FileParts parts = MapSegmentsFile({IsoSegment(iso)});
         seeds.push_back({"iso_hdr_base", Build(parts).bytes, false});
     }
     seeds.push_back({"plain_jpeg", SmallPrimary(), false});

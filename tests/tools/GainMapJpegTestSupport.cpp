@@ -56,8 +56,9 @@ void Put32(Bytes* out, uint32_t value, bool bigEndian)
 void PutText(Bytes* out, const std::string& text, bool nul)
 {
     out->insert(out->end(), text.begin(), text.end());
-    if (nul)
+    if (nul) {
         out->push_back(0);
+    }
 }
 
 Bytes SegmentBytes(const Segment& segment)
@@ -154,8 +155,9 @@ Bytes EncodeJpeg(const EncodeOptions& options)
         }
     }
     cinfo.restart_interval = options.restartInterval;
-    if (options.progressive)
+    if (options.progressive) {
         jpeg_simple_progression(&cinfo);
+    }
     jpeg_start_compress(&cinfo, TRUE);
     while (cinfo.next_scanline < cinfo.image_height) {
         JSAMPROW row = &pixels[static_cast<size_t>(cinfo.next_scanline) * options.width * options.components];
@@ -260,19 +262,22 @@ Segment IsoSegment(const IsoFields& parts)
     Put16(&s.payload, 0, true);
     const uint8_t flags = static_cast<uint8_t>(parts.flags | (parts.commonDenominator ? 0x08 : 0));
     s.payload.push_back(flags);
-    if (parts.commonDenominator)
+    if (parts.commonDenominator) {
         Put32(&s.payload, parts.common, true);
+    }
     auto put = [&](const IsoRational& r) {
         Put32(&s.payload, static_cast<uint32_t>(r.numerator), true);
-        if (!parts.commonDenominator)
+        if (!parts.commonDenominator) {
             Put32(&s.payload, r.denominator, true);
+        }
     };
     put(parts.base);
     put(parts.alternate);
     const int channels = (flags & 0x80) != 0 ? 3 : 1;
     for (int c = 0; c < channels; ++c) {
-        for (const IsoRational& r : parts.channels[c])
+        for (const IsoRational& r : parts.channels[c]) {
             put(r);
+        }
     }
     return s;
 }
@@ -349,10 +354,12 @@ BuiltFile Build(const FileParts& parts)
     const Bytes map = parts.mapJpeg.empty() ? Bytes() : InsertAfterSoi(parts.mapJpeg, parts.mapSegments);
     std::vector<Segment> primarySegments = parts.primarySegments;
     size_t mpfMarker = 2;
-    for (const Segment& s : primarySegments)
+    for (const Segment& s : primarySegments) {
         mpfMarker += s.payload.size() + 4;
-    if (parts.mpf.present)
+    }
+    if (parts.mpf.present) {
         primarySegments.push_back(MpfSegment(parts.mpf, 0, 0, 0, mpfMarker));  // size only
+    }
     Bytes primary = InsertAfterSoi(parts.primaryJpeg, primarySegments);
     built.primarySize = primary.size();
     built.mapOffset = primary.size() + parts.between.size();
@@ -400,6 +407,21 @@ FileParts XmpFile(const std::string& description)
 // ---------------------------------------------------------------------------
 // Parsing with expectations.
 
+FileParts MapSegmentsFile(const std::vector<Segment>& mapSegments)
+{
+    FileParts parts = XmpFile("");
+    parts.mapSegments = mapSegments;
+    return parts;
+}
+
+std::string ExtendedXmpPointer(const std::string& guid)
+{
+    return XmpPacket(
+        "  <rdf:Description rdf:about=\"\" xmlns:xmpNote=\"http://ns.adobe.com/xmp/note/\" "
+        "xmpNote:HasExtendedXMP=\"" +
+        guid + "\"/>");
+}
+
 GainMapJpeg ParseOk(const Bytes& file)
 {
     GainMapJpeg parsed;
@@ -419,8 +441,9 @@ std::string ParseFails(const Bytes& file)
 void ExpectChannels(const std::array<double, 3>& actual, const std::array<double, 3>& expected, const char* what,
                     double tolerance)
 {
-    for (int c = 0; c < 3; ++c)
+    for (int c = 0; c < 3; ++c) {
         EXPECT_NEAR(actual[c], expected[c], tolerance) << what << " channel " << c;
+    }
 }
 
 void ExpectMetadata(const GainMapMetadata& actual, const GainMapMetadata& expected, double tolerance)
@@ -436,7 +459,7 @@ void ExpectMetadata(const GainMapMetadata& actual, const GainMapMetadata& expect
 }
 
 // The reported ranges: inside the file, the map right after the primary
-// and running to the end, both decodable.
+// and running to the end.
 void ExpectRanges(const Bytes& file, const GainMapJpeg& parsed)
 {
     EXPECT_EQ(parsed.primaryOffset, 0u);
@@ -448,6 +471,8 @@ void ExpectRanges(const Bytes& file, const GainMapJpeg& parsed)
     ASSERT_LE(parsed.gainMapSize, file.size() - parsed.gainMapOffset);
     EXPECT_EQ(file[parsed.gainMapOffset], 0xFF);
     EXPECT_EQ(file[parsed.gainMapOffset + 1], 0xD8);
+    EXPECT_EQ(parsed.gainMapOffset, parsed.primarySize);
+    EXPECT_EQ(parsed.gainMapOffset + parsed.gainMapSize, file.size());
 }
 
 // ---------------------------------------------------------------------------

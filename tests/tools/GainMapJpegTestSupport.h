@@ -136,6 +136,11 @@ Bytes SmallMap(int components = 1);
 
 // A file whose gain map carries the given hdrgm XMP description.
 FileParts XmpFile(const std::string& description);
+// XmpFile's primary, with exactly these segments in the map.
+FileParts MapSegmentsFile(const std::vector<Segment>& mapSegments);
+
+// The standard XMP packet that points to an extended one.
+std::string ExtendedXmpPointer(const std::string& guid);
 
 // ---------------------------------------------------------------------------
 // Parsing with expectations.
@@ -149,7 +154,7 @@ void ExpectChannels(const std::array<double, 3>& actual, const std::array<double
 void ExpectMetadata(const GainMapMetadata& actual, const GainMapMetadata& expected, double tolerance = kSixDecimals);
 
 // The reported ranges: inside the file, the map right after the primary
-// and running to the end, both decodable.
+// and running to the end.
 void ExpectRanges(const Bytes& file, const GainMapJpeg& parsed);
 
 // ---------------------------------------------------------------------------

@@ -47,8 +47,6 @@ TEST(GainMapJpegWriter, RoundTrip)
                     std::string reason;
                     ASSERT_TRUE(Parse(file, &parsed, &reason)) << reason;
                     ExpectRanges(file, parsed);
-                    EXPECT_EQ(parsed.gainMapOffset, parsed.primarySize);
-                    EXPECT_EQ(parsed.gainMapOffset + parsed.gainMapSize, file.size());
                     EXPECT_EQ(parsed.orientation, orientation);
                     EXPECT_EQ(parsed.source, layout == 1 ? MetadataSource::Xmp : MetadataSource::Iso);
                     EXPECT_EQ(parsed.hadXmp, layout != 2);
@@ -84,8 +82,9 @@ TEST(GainMapJpegWriter, SegmentLayout)
     std::vector<std::string> order;
     for (const hdrconvert::JpegSegment& s : walk.segments) {
         const uint8_t* p = file.data() + s.payloadOffset;
-        if (s.marker == 0xE1 && s.payloadSize >= 6 && std::memcmp(p, "Exif\0\0", 6) == 0)
+        if (s.marker == 0xE1 && s.payloadSize >= 6 && std::memcmp(p, "Exif\0\0", 6) == 0) {
             order.push_back("EXIF");
+        }
         if (s.marker == 0xE1 && s.payloadSize >= 29 && std::memcmp(p, "http://ns.adobe.com/xap/1.0/", 29) == 0) {
             order.push_back("XMP");
         }

@@ -14,6 +14,12 @@
 namespace gainmaptest {
 namespace {
 
+// The reason a file whose map has this hdrgm description is refused.
+std::string XmpRefusal(const std::string& attributes, const std::string& elements = "")
+{
+    return ParseFails(Build(XmpFile(HdrgmDescription(attributes, elements))).bytes);
+}
+
 // A file with valid hdrgm XMP in the map and the given ISO block after it.
 Bytes BesideValidXmp(const Segment& iso)
 {
@@ -116,40 +122,29 @@ TEST(GainMapJpegRefusals, UnsupportedIsoVersionDefersToXmp)
 
 TEST(GainMapJpegRefusals, RequiredXmpFieldsAreNamed)
 {
-    EXPECT_EQ(ParseFails(Build(XmpFile(HdrgmDescription("hdrgm:HDRCapacityMax=\"2\""))).bytes),
-              "gain map metadata missing GainMapMax");
-    EXPECT_EQ(ParseFails(Build(XmpFile(HdrgmDescription("hdrgm:GainMapMax=\"2\""))).bytes),
-              "gain map metadata missing HDRCapacityMax");
-    EXPECT_EQ(ParseFails(Build(XmpFile(HdrgmDescription("hdrgm:GainMapMax=\"two\" hdrgm:HDRCapacityMax=\"2\""))).bytes),
+    const std::string valid = "hdrgm:GainMapMax=\"2\" hdrgm:HDRCapacityMax=\"2\" ";
+    EXPECT_EQ(XmpRefusal("hdrgm:HDRCapacityMax=\"2\""), "gain map metadata missing GainMapMax");
+    EXPECT_EQ(XmpRefusal("hdrgm:GainMapMax=\"2\""), "gain map metadata missing HDRCapacityMax");
+    EXPECT_EQ(XmpRefusal("hdrgm:GainMapMax=\"two\" hdrgm:HDRCapacityMax=\"2\""),
               "gain map metadata GainMapMax is not a number");
-    EXPECT_EQ(ParseFails(Build(XmpFile(HdrgmDescription("hdrgm:GainMapMax=\"2\" hdrgm:HDRCapacityMax=\"2\" "
-                                                        "hdrgm:BaseRenditionIsHDR=\"maybe\"")))
-                             .bytes),
+    EXPECT_EQ(XmpRefusal(valid + "hdrgm:BaseRenditionIsHDR=\"maybe\""),
               "gain map metadata BaseRenditionIsHDR is not True or False");
-    EXPECT_EQ(ParseFails(Build(XmpFile(HdrgmDescription("hdrgm:GainMapMax=\"2\" hdrgm:HDRCapacityMax=\"2\" "
-                                                        "hdrgm:HDRCapacityMin=\"2\"")))
-                             .bytes),
+    EXPECT_EQ(XmpRefusal(valid + "hdrgm:HDRCapacityMin=\"2\""),
               "gain map metadata has HDRCapacityMax <= HDRCapacityMin");
-    EXPECT_EQ(ParseFails(Build(XmpFile(HdrgmDescription("hdrgm:GainMapMax=\"2\" hdrgm:HDRCapacityMax=\"2\" "
-                                                        "hdrgm:Gamma=\"0\"")))
-                             .bytes),
-              "gain map metadata has Gamma <= 0");
-    EXPECT_EQ(ParseFails(Build(XmpFile(HdrgmDescription("hdrgm:GainMapMax=\"2\" hdrgm:HDRCapacityMax=\"2\" "
-                                                        "hdrgm:GainMapMin=\"3\"")))
-                             .bytes),
-              "gain map metadata has GainMapMin > GainMapMax");
+    EXPECT_EQ(XmpRefusal(valid + "hdrgm:Gamma=\"0\""), "gain map metadata has Gamma <= 0");
+    EXPECT_EQ(XmpRefusal(valid + "hdrgm:GainMapMin=\"3\""), "gain map metadata has GainMapMin > GainMapMax");
 }
 
 TEST(GainMapJpegRefusals, SeqOfTwoIsInvalid)
 {
     const std::string seq2 =
         "<hdrgm:GainMapMax><rdf:Seq><rdf:li>1</rdf:li><rdf:li>2</rdf:li></rdf:Seq></hdrgm:GainMapMax>";
-    EXPECT_EQ(ParseFails(Build(XmpFile(HdrgmDescription("hdrgm:HDRCapacityMax=\"2\"", seq2))).bytes),
+    EXPECT_EQ(XmpRefusal("hdrgm:HDRCapacityMax=\"2\"", seq2),
               "gain map metadata GainMapMax has 2 values (1 or 3 allowed)");
     const std::string capacitySeq =
         "<hdrgm:HDRCapacityMax><rdf:Seq><rdf:li>1</rdf:li><rdf:li>2</rdf:li><rdf:li>3</rdf:li></rdf:Seq>"
         "</hdrgm:HDRCapacityMax>";
-    EXPECT_EQ(ParseFails(Build(XmpFile(HdrgmDescription("hdrgm:GainMapMax=\"2\"", capacitySeq))).bytes),
+    EXPECT_EQ(XmpRefusal("hdrgm:GainMapMax=\"2\"", capacitySeq),
               "gain map metadata HDRCapacityMax has 3 values (1 allowed)");
 }
 

@@ -1,10 +1,10 @@
 #include "HdrOutput.h"
 
+#include "OutputFile.h"
+
 #include <avif/avif.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 
 namespace hdrconvert {
@@ -117,21 +117,17 @@ bool WritePqAvif(const std::string& path, const PanelPicture& picture, const Pan
         return false;
     }
 
-    FILE* file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) {
-        *reason = "cannot create " + path + ": " + std::strerror(errno);
-        return false;
-    }
-    bool ok = std::fwrite(output.data.data, 1, output.data.size, file) == output.data.size;
+    const bool ok = WriteOutputFile(
+        path,
+        [&](FILE* file, std::string* why) {
+            if (std::fwrite(output.data.data, 1, output.data.size, file) != output.data.size) {
+                *why = WriteFailure(path);
+                return false;
+            }
+            return true;
+        },
+        reason);
     if (!ok) {
-        *reason = "cannot write " + path + ": " + std::strerror(errno);
-    }
-    if (std::fclose(file) != 0 && ok) {
-        *reason = "cannot write " + path + ": " + std::strerror(errno);
-        ok = false;
-    }
-    if (!ok) {
-        std::remove(path.c_str());
         return false;
     }
     if (info != nullptr) {

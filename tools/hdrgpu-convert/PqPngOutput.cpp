@@ -1,33 +1,15 @@
 #include "HdrOutput.h"
 
-#include <png.h>
+#include "OutputFile.h"
+#include "PngWriter.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <csetjmp>
 #include <cstdio>
-#include <cstring>
-#include <utility>
 #include <vector>
 
 namespace hdrconvert {
 
 namespace {
-
-struct PngError {
-    char message[256];
-};
-
-[[noreturn]] void OnPngError(png_structp png, png_const_charp message)
-{
-    PngError* e = static_cast<PngError*>(png_get_error_ptr(png));
-    std::snprintf(e->message, sizeof e->message, "%s", message != nullptr ? message : "PNG error");
-    png_longjmp(png, 1);
-}
-
-void OnPngWarning(png_structp, png_const_charp)
-{}
 
 void PutU16(std::vector<uint8_t>* out, uint32_t v)
 {
@@ -71,53 +53,6 @@ Chunks MakeChunks(const PanelPicture& picture, const PanelModel& panel, const Hd
     return c;
 }
 
-bool WriteRows(png_structp png, png_infop info, FILE* file, const PanelPicture& picture, const PanelModel& panel,
-               int level, Chunks* chunks, std::vector<uint8_t>* row)
-{
-    if (setjmp(png_jmpbuf(png)) != 0) {
-        return false;
-    }
-    png_init_io(png, file);
-    png_set_compression_level(png, level);
-    if (level <= 3) {
-        png_set_filter(png, PNG_FILTER_TYPE_BASE, level == 0 ? PNG_FILTER_NONE : PNG_FILTER_SUB);
-    }
-    png_set_IHDR(png, info, static_cast<png_uint_32>(picture.width), static_cast<png_uint_32>(picture.height), 16,
-                 PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    // libpng 1.6.39 knows none of the three chunks: they go in as unknown
-    // chunks, placed before PLTE/IDAT, and must be kept although cICP is not
-    // safe to copy.
-    static const png_byte kNames[] = {'c', 'I', 'C', 'P', '\0', 'c', 'L', 'L', 'i', '\0', 'm', 'D', 'C', 'v', '\0'};
-    png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_ALWAYS, kNames, 3);
-    png_unknown_chunk unknown[3];
-    std::memset(unknown, 0, sizeof unknown);
-    const std::pair<const char*, std::vector<uint8_t>*> list[3] = {
-        {"cICP", &chunks->cicp}, {"cLLi", &chunks->clli}, {"mDCv", &chunks->mdcv}};
-    for (int i = 0; i < 3; ++i) {
-        std::memcpy(unknown[i].name, list[i].first, 5);
-        unknown[i].data = list[i].second->data();
-        unknown[i].size = list[i].second->size();
-        unknown[i].location = PNG_HAVE_IHDR;
-    }
-    png_set_unknown_chunks(png, info, unknown, 3);
-    png_write_info(png, info);
-    const size_t width = static_cast<size_t>(picture.width);
-    for (int y = 0; y < picture.height; ++y) {
-        const uint8_t* src = picture.rgba + static_cast<size_t>(y) * width * 4;
-        uint8_t* dst = row->data();
-        for (size_t x = 0; x < width; ++x, src += 4) {
-            for (int c = 0; c < 3; ++c) {
-                const uint16_t v = panel.Pq16(src[c]);
-                *dst++ = static_cast<uint8_t>(v >> 8);  // PNG samples are big-endian
-                *dst++ = static_cast<uint8_t>(v);
-            }
-        }
-        png_write_row(png, row->data());
-    }
-    png_write_end(png, info);
-    return true;
-}
-
 }  // namespace
 
 bool WritePqPng(const std::string& path, const PanelPicture& picture, const PanelModel& panel, int pngLevel,
@@ -131,31 +66,30 @@ bool WritePqPng(const std::string& path, const PanelPicture& picture, const Pane
     written.cicp = CicpFor(picture.primaries);
     written.levels = MeasureLightLevels(panel, picture.rgba,
                                         static_cast<size_t>(picture.width) * static_cast<size_t>(picture.height));
-    Chunks chunks = MakeChunks(picture, panel, written);
-    std::vector<uint8_t> row(static_cast<size_t>(picture.width) * 6);
-
-    FILE* file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) {
-        *reason = "cannot create " + path + ": " + std::strerror(errno);
-        return false;
-    }
-    PngError error{};
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &error, OnPngError, OnPngWarning);
-    png_infop pngInfo = png != nullptr ? png_create_info_struct(png) : nullptr;
-    bool ok = png != nullptr && pngInfo != nullptr;
-    if (!ok) {
-        *reason = "cannot start the PNG writer";
-    } else if (!WriteRows(png, pngInfo, file, picture, panel, std::clamp(pngLevel, 0, 9), &chunks, &row)) {
-        *reason = std::string("PNG writer: ") + error.message;
-        ok = false;
-    }
-    png_destroy_write_struct(&png, pngInfo != nullptr ? &pngInfo : nullptr);
-    if (std::fclose(file) != 0 && ok) {
-        *reason = "cannot write " + path + ": " + std::strerror(errno);
-        ok = false;
-    }
-    if (!ok) {
-        std::remove(path.c_str());
+    const Chunks chunks = MakeChunks(picture, panel, written);
+    PngLayout layout;
+    layout.width = picture.width;
+    layout.height = picture.height;
+    layout.bitDepth = 16;
+    layout.alpha = false;
+    layout.chunks = {{"cICP", &chunks.cicp}, {"cLLi", &chunks.clli}, {"mDCv", &chunks.mdcv}};
+    const size_t width = static_cast<size_t>(picture.width);
+    std::vector<uint8_t> row(width * 6);
+    const auto pqRow = [&](int y) {
+        const uint8_t* src = picture.rgba + static_cast<size_t>(y) * width * 4;
+        uint8_t* dst = row.data();
+        for (size_t x = 0; x < width; ++x, src += 4) {
+            for (int c = 0; c < 3; ++c) {
+                const uint16_t v = panel.Pq16(src[c]);
+                *dst++ = static_cast<uint8_t>(v >> 8);  // PNG samples are big-endian
+                *dst++ = static_cast<uint8_t>(v);
+            }
+        }
+        return static_cast<const uint8_t*>(row.data());
+    };
+    if (!WriteOutputFile(
+            path, [&](FILE* file, std::string* why) { return WritePngFile(file, layout, pngLevel, pqRow, why); },
+            reason)) {
         return false;
     }
     if (info != nullptr) {

@@ -188,6 +188,14 @@ void FlatGainChromaOffset(uint8_t u, uint8_t v, float rgb[3])
     rgb[2] = 1.772f * cu;
 }
 
+bool PlaneMapsOneToOne(int planeWidth, int planeHeight, int outputWidth, int outputHeight, int32_t rotate)
+{
+    const bool quarterTurn = rotate == 1 || rotate == 3;
+    const int width = quarterTurn ? planeHeight : planeWidth;
+    const int height = quarterTurn ? planeWidth : planeHeight;
+    return width > 0 && height > 0 && outputWidth == width && outputHeight == height;
+}
+
 bool PlaneIsFlat(const uint8_t* plane, size_t bytes)
 {
     if (plane == nullptr || bytes == 0) {

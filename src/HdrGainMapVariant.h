@@ -39,6 +39,13 @@ void FlatGainChromaOffset(uint8_t u, uint8_t v, float rgb[3]);
 // (false for an empty or null plane). Stops at the first difference.
 bool PlaneIsFlat(const uint8_t* plane, size_t bytes);
 
+// True when every output pixel's centre falls on the centre of one texel of
+// a planeWidth x planeHeight plane: the output is the plane's own size, or
+// its transposed size when the rotation code (1 or 3) turns it a quarter.
+// Filtering then cannot change what is sampled, and the draw may fetch one
+// texel instead of four.
+bool PlaneMapsOneToOne(int planeWidth, int planeHeight, int outputWidth, int outputHeight, int32_t rotate);
+
 // What the engine knows of the gain map's U and V planes as they were last
 // uploaded: whether each holds a single value, and which.
 class GainChromaContent {

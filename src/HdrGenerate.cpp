@@ -69,6 +69,7 @@ HdrGenerate::HdrGenerate(std::unique_ptr<const OutputImages> images)
       bufferBytes{},
       currentPlane(-1),
       useSpecialisedPrograms(true),
+      texelSampler(0),
       outputImages(std::move(images)),
       hasTextureStorage(false),
       textureSizes{0, 0, 0, 0}
@@ -116,6 +117,9 @@ HdrGenerate::~HdrGenerate()
     }
     if (framebuffer != 0) {
         glDeleteFramebuffers(1, &framebuffer);
+    }
+    if (texelSampler != 0) {
+        glDeleteSamplers(1, &texelSampler);
     }
     if (uploadFence != nullptr && !isPboIdle) {
         glDeleteSync(uploadFence);  // issued and never waited on
@@ -207,6 +211,12 @@ int HdrGenerate::Init()
     glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
     glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     glBindTexture(GL_TEXTURE_2D, 0);
+
+    glGenSamplers(1, &texelSampler);
+    glSamplerParameteri(texelSampler, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    glSamplerParameteri(texelSampler, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    glSamplerParameteri(texelSampler, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    glSamplerParameteri(texelSampler, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
 
     // The streaming mode makes its surface when the first metadata arrives.
     if (!initOption.usePBO && updateTBM() != GPU_GENERATE_SUCCESS) {
@@ -386,6 +396,16 @@ GLuint HdrGenerate::DrawProgram(GLuint registered)
     return program != 0 ? program : registered;
 }
 
+void HdrGenerate::BindTexelSampler(bool bind)
+{
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        const DataInfo size = PlaneOf(plane);
+        const bool oneToOne =
+            PlaneMapsOneToOne(size.width, size.height, hdrInfo.outputWidth, hdrInfo.outputHeight, hdrInfo.outputRotate);
+        glBindSampler(static_cast<GLuint>(plane), bind && oneToOne ? texelSampler : 0);
+    }
+}
+
 int HdrGenerate::Draw()
 {
     HDR_LOG("HdrGenerate::Draw start");
@@ -404,8 +424,10 @@ int HdrGenerate::Draw()
     DrawProgram(program);
 
     glClearColor(0.0f, 0.0f, 0.0f, 0.0f);
+    BindTexelSampler(true);
     // The metadata's output size, whatever the surface's own size.
     const bool stored = DrawIntoSurface(hdrInfo.outputWidth, hdrInfo.outputHeight);
+    BindTexelSampler(false);
     glUseProgram(program);  // the registered program stays the current one between calls
     // The surface is complete when the host gets control back.
     glFinish();

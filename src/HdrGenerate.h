@@ -133,6 +133,10 @@ public:
     GainMapVariantPrograms variantPrograms;
     GainChromaContent gainChroma;
 
+    // Nearest-texel sampling, bound for the draw to the planes whose texels
+    // map one to one onto the output (0 until Init).
+    GLuint texelSampler;
+
     // How the output texture reaches the surface; fixed for the engine's life.
     const std::unique_ptr<const OutputImages> outputImages;
 
@@ -160,6 +164,9 @@ private:
     // The specialised program for the current picture with its uniforms
     // loaded and current, or the registered program when none can be built.
     GLuint DrawProgram(GLuint registered);
+    // Binds texelSampler to the units of the planes sampled one to one (or
+    // unbinds every plane's sampler when bind is false).
+    void BindTexelSampler(bool bind);
 
     // Average of the first width x height bytes of plane (never more than
     // available); logs the result.

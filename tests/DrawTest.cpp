@@ -147,4 +147,47 @@ TEST_F(DrawBands, BandedDrawEqualsOnePass)
     }
 }
 
+
+// The draw leaves no sampler object bound on any plane's unit, whichever
+// planes it sampled texel for texel.
+TEST_F(DrawPass, NoSamplerStaysBound)
+{
+    ASSERT_EQ(e_->Draw(), 0);
+    for (int unit = 0; unit < 6; ++unit) {
+        glActiveTexture(GL_TEXTURE0 + unit);
+        GLint sampler = -1;
+        glGetIntegerv(GL_SAMPLER_BINDING, &sampler);
+        EXPECT_EQ(sampler, 0) << "unit " << unit;
+    }
+}
+
+// An output twice the planes' size is filtered: the two output pixels over
+// each texel differ where the neighbouring texels do (texel for texel they
+// would be equal).
+TEST_F(DrawBands, ScaledOutputIsFiltered)
+{
+    const hdrtest::Planes planes = hdrtest::MakePlanes(11, 7, 11, 7, 3);
+    EngineHarness harness(22, 14, display_);
+    ASSERT_TRUE(harness.ok());
+    ASSERT_EQ(harness.Upload(planes), 0);
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    engine->hdrInfo.hdrCapacityMax = 2.0f;
+    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+    ASSERT_EQ(engine->Draw(), 0);
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+    const auto pixels = harness.ReadSurface();
+    ASSERT_EQ(pixels.size(), 22u * 14u);
+    int differing = 0;
+    int pairs = 0;
+    for (int y = 1; y < 13; ++y) {
+        for (int x = 2; x < 20; x += 2) {
+            const auto& a = pixels[y * 22 + x];
+            const auto& b = pixels[y * 22 + x + 1];
+            differing += (a.r != b.r || a.g != b.g || a.b != b.b) ? 1 : 0;
+            ++pairs;
+        }
+    }
+    EXPECT_GT(differing, pairs / 2) << differing << " of " << pairs << " pairs differ";
+}
+
 }  // namespace

@@ -199,4 +199,38 @@ TEST(GainChromaContent, ForgottenPlaneIsNotFlat)
     EXPECT_TRUE(content.Flat());
 }
 
+
+// A plane maps one to one onto the output when the output has its size, or
+// its transposed size under a quarter turn (codes 1 and 3); codes 2, 0 and
+// anything else keep the plane's orientation.
+TEST(PlaneMapsOneToOne, SameSizeWithoutAQuarterTurn)
+{
+    for (const int rotate : {0, 2, 4, -1}) {
+        SCOPED_TRACE(rotate);
+        EXPECT_TRUE(PlaneMapsOneToOne(4080, 3072, 4080, 3072, rotate));
+        EXPECT_FALSE(PlaneMapsOneToOne(4080, 3072, 3072, 4080, rotate));
+    }
+}
+
+TEST(PlaneMapsOneToOne, TransposedSizeUnderAQuarterTurn)
+{
+    for (const int rotate : {1, 3}) {
+        SCOPED_TRACE(rotate);
+        EXPECT_TRUE(PlaneMapsOneToOne(4080, 3072, 3072, 4080, rotate));
+        EXPECT_FALSE(PlaneMapsOneToOne(4080, 3072, 4080, 3072, rotate));
+    }
+    EXPECT_TRUE(PlaneMapsOneToOne(29, 29, 29, 29, 1));  // a square is its own transpose
+}
+
+// Any scaling, even by one pixel, and empty planes are not one to one.
+TEST(PlaneMapsOneToOne, ScaledOrEmptyPlanesAreNot)
+{
+    EXPECT_FALSE(PlaneMapsOneToOne(1020, 768, 4080, 3072, 0));  // a quarter-size gain map
+    EXPECT_FALSE(PlaneMapsOneToOne(4080, 3072, 3840, 2160, 0));
+    EXPECT_FALSE(PlaneMapsOneToOne(4080, 3072, 4081, 3072, 0));
+    EXPECT_FALSE(PlaneMapsOneToOne(4080, 3072, 4080, 3071, 0));
+    EXPECT_FALSE(PlaneMapsOneToOne(0, 0, 0, 0, 0));
+    EXPECT_FALSE(PlaneMapsOneToOne(-4, 3, -4, 3, 0));
+}
+
 }  // namespace

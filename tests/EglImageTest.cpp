@@ -4,15 +4,11 @@
 // kind with the driver's entry points stood in for.
 #include "OutputTestSupport.h"
 
-#include <dlog.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <climits>
 #include <cstdint>
-#include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 using hdrtest::AsStdout;
@@ -21,10 +17,7 @@ using hdrtest::FakeImageProcs;
 using hdrtest::Handle;
 using hdrtest::kAttachSuccess;
 using hdrtest::kCreateBadParameter;
-using hdrtest::kPboSurfaceMessage;
-using hdrtest::kSurfaceMessage;
 using hdrtest::LogCapture;
-using hdrtest::LoggedLine;
 using hdrtest::OutputTest;
 using hdrtest::Parse;
 using hdrtest::WithLine;

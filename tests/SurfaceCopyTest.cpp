@@ -2,29 +2,16 @@
 // in the byte order of its format, band by band, as the host reads it.
 #include "OutputTestSupport.h"
 
-#include <dlog.h>
 #include <gtest/gtest.h>
 
 #include <array>
-#include <climits>
 #include <cstdint>
 #include <cstring>
-#include <string>
-#include <thread>
 #include <vector>
 
-using hdrtest::AsStdout;
 using hdrtest::Contains;
-using hdrtest::FakeImageProcs;
-using hdrtest::Handle;
-using hdrtest::kAttachSuccess;
-using hdrtest::kCreateBadParameter;
-using hdrtest::kPboSurfaceMessage;
-using hdrtest::kSurfaceMessage;
 using hdrtest::LogCapture;
-using hdrtest::LoggedLine;
 using hdrtest::OutputTest;
-using hdrtest::Parse;
 using hdrtest::WithLine;
 namespace faults = hdrtest::faults;
 

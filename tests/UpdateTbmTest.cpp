@@ -5,10 +5,7 @@
 #include <dlog.h>
 #include <gtest/gtest.h>
 
-#include <array>
-#include <climits>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,7 +13,6 @@
 using hdrtest::AsStdout;
 using hdrtest::Contains;
 using hdrtest::FakeImageProcs;
-using hdrtest::Handle;
 using hdrtest::kAttachSuccess;
 using hdrtest::kCreateBadParameter;
 using hdrtest::kPboSurfaceMessage;

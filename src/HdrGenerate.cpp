@@ -38,6 +38,17 @@ const char* const kUniformNames[] = {
 };
 static_assert(std::size(kUniformNames) == UNIFORM_SLOT_COUNT, "one name per uniform slot");
 
+GLuint MakeTexelSampler()
+{
+    GLuint sampler = 0;
+    glGenSamplers(1, &sampler);
+    glSamplerParameteri(sampler, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    glSamplerParameteri(sampler, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    glSamplerParameteri(sampler, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    glSamplerParameteri(sampler, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    return sampler;
+}
+
 }  // namespace
 
 HdrGenerate::HdrGenerate(std::unique_ptr<const OutputImages> images)
@@ -212,11 +223,7 @@ int HdrGenerate::Init()
     glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     glBindTexture(GL_TEXTURE_2D, 0);
 
-    glGenSamplers(1, &texelSampler);
-    glSamplerParameteri(texelSampler, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-    glSamplerParameteri(texelSampler, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-    glSamplerParameteri(texelSampler, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-    glSamplerParameteri(texelSampler, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    texelSampler = MakeTexelSampler();
 
     // The streaming mode makes its surface when the first metadata arrives.
     if (!initOption.usePBO && updateTBM() != GPU_GENERATE_SUCCESS) {

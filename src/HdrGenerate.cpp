@@ -1,8 +1,8 @@
 // The generation engine: its construction, initialisation and teardown, the
-// gain-map program's registration, the factory tuning and the draw with its
-// constants. The input upload, the metadata intake and the output target
-// are in the HdrGenerate*.cpp files of those names; all of them log under
-// this file's name.
+// gain-map program's registration, the factory tuning and the draw's
+// constants. The input upload, the metadata intake, the draw and the output
+// target are in the HdrGenerate*.cpp files of those names; all of them log
+// under this file's name.
 //
 // Texture units: plane i is always sampled from unit GL_TEXTURE0 + i, and
 // Draw binds no texture. Every upload therefore binds a plane's texture on
@@ -380,75 +380,5 @@ int HdrGenerate::UpdateUniform()
         return GPU_GENERATE_ERROR_GL;
     }
     HDR_LOG("HdrGenerate::UpdateUniform end");
-    return GPU_GENERATE_SUCCESS;
-}
-
-GLuint HdrGenerate::DrawProgram(GLuint registered)
-{
-    if (!useSpecialisedPrograms) {
-        return registered;
-    }
-    GLint noGamma = 0;
-    glGetUniformiv(registered, Uniform(UNIFORM_NO_GAMMA), &noGamma);
-    GainMapVariant variant;
-    variant.inputCurve = static_cast<int32_t>(hdrInfo.trfn);
-    variant.applyGamma = noGamma != 1;
-    variant.outputYuv = outputYUV;
-    variant.flatGainChroma = gainChroma.Flat();
-    float chromaOffset[3] = {0.0f, 0.0f, 0.0f};
-    gainChroma.Offset(chromaOffset);
-    const GLuint program =
-        variantPrograms.Prepare(variant, registered, kGainMapVertexShader, Attribute(ATTRIBUTE_POSITION),
-                                Attribute(ATTRIBUTE_TEXCOORD), chromaOffset);
-    return program != 0 ? program : registered;
-}
-
-void HdrGenerate::BindTexelSampler(bool bind)
-{
-    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
-        const DataInfo size = PlaneOf(plane);
-        const bool oneToOne =
-            PlaneMapsOneToOne(size.width, size.height, hdrInfo.outputWidth, hdrInfo.outputHeight, hdrInfo.outputRotate);
-        glBindSampler(static_cast<GLuint>(plane), bind && oneToOne ? texelSampler : 0);
-    }
-}
-
-int HdrGenerate::Draw()
-{
-    HDR_LOG("HdrGenerate::Draw start");
-    // Any failure below leaves no surface to hand out.
-    isGenerated = false;
-    const GLuint program = Program();
-    if (program == 0) {
-        return GPU_GENERATE_ERROR_NO_PROGRAM;
-    }
-    glUseProgram(program);
-
-    const int result = UpdateUniform();
-    if (result != GPU_GENERATE_SUCCESS) {
-        return result;
-    }
-    DrawProgram(program);
-
-    glClearColor(0.0f, 0.0f, 0.0f, 0.0f);
-    BindTexelSampler(true);
-    // The metadata's output size, whatever the surface's own size.
-    const bool stored = DrawIntoSurface(hdrInfo.outputWidth, hdrInfo.outputHeight);
-    BindTexelSampler(false);
-    glUseProgram(program);  // the registered program stays the current one between calls
-    // The surface is complete when the host gets control back.
-    glFinish();
-    HDR_LOG("HdrGenerate::Draw Draw finish");
-
-    if (!stored) {
-        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
-        return GPU_GENERATE_ERROR_GL;
-    }
-    if (!GL_error_check()) {
-        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
-        return GPU_GENERATE_ERROR_GL;
-    }
-    isGenerated = true;
-    HDR_LOG("HdrGenerate::Draw end");
     return GPU_GENERATE_SUCCESS;
 }

@@ -1,11 +1,12 @@
 // The generation engine: one process-wide object that owns every GL object of
 // the gain-map pass, the output surface with its image, and the stored copies
 // of the host's option record and metadata. Its methods live in one file per
-// job: HdrGenerate.cpp (life cycle, program, tuning, draw),
+// job: HdrGenerate.cpp (life cycle, program, tuning, constants uploaded),
+// HdrGenerateDraw.cpp (the program and sampling a picture takes, the draw),
 // HdrGenerateUpload.cpp (both upload paths and the fence),
 // HdrGenerateIntake.cpp (the metadata intake), HdrGenerateOutputTarget.cpp
-// (surface, image, framebuffer) and HdrGenerateConstants.cpp (the draw's
-// constants as plain numbers).
+// (surface, image, framebuffer, the pass into the surface) and
+// HdrGenerateConstants.cpp (the draw's constants as plain numbers).
 #ifndef HDR_GENERATE_H
 #define HDR_GENERATE_H
 

@@ -225,9 +225,11 @@ void LogCreateImageError(EGLint error)
 }
 
 // The kind the calls without one use: this build's.
+// Never destroyed: a host's own static destructors may still make or free
+// images after this file's statics are gone.
 const OutputImages& BuildOutputImages()
 {
-    static const std::unique_ptr<const OutputImages> kind = MakeBuildOutputImages();
+    static const OutputImages* const kind = MakeBuildOutputImages().release();
     return *kind;
 }
 

@@ -2,6 +2,8 @@
 // leaving out the branches its picture class never takes.
 #include "HdrGainMapVariant.h"
 
+#include "HdrGainMapShaderText.h"
+
 #include <cstring>
 
 const char* const kFlatGainChromaUniform = "flatGainChroma";
@@ -25,11 +27,7 @@ const char* const kHeader =
     "uniform float trfn_inv[7];\n"
     "uniform vec3 curve_gain_point;\n"
     "uniform vec3 curve_gain_grad;\n"
-    "\n"
-    "const mat3 yuvToRgb = mat3(1.0, 1.0, 1.0,\n"
-    "                           0.0, -0.344136, 1.772,\n"
-    "                           1.402, -0.714136, 0.0);\n"
-    "\n";
+    "\n" HDR_GLSL_YUV_TO_RGB "\n";
 
 const char* const kGainChromaSamplers =
     "uniform mediump sampler2D u_gainmapUSampler;\n"
@@ -41,18 +39,7 @@ const char* const kGammaDeclaration = "uniform vec4 gainmapGamma;\n";
 
 const char* const kInputCurveDeclaration = "uniform float in_trfn[7];\n";
 
-const char* const kInputCurveStart =
-    "float OETF(float x)\n"
-    "{\n"
-    "\tfloat g = in_trfn[0];\n"
-    "\tfloat a = in_trfn[1];\n"
-    "\tfloat b = in_trfn[2];\n"
-    "\tfloat c = in_trfn[3];\n"
-    "\tfloat d = in_trfn[4];\n"
-    "\tfloat e = in_trfn[5];\n"
-    "\tfloat f = in_trfn[6];\n"
-    "\tfloat sign = x < 0.0 ? -1.0 : 1.0;\n"
-    "\tx = abs(x);\n";
+const char* const kInputCurveStart = HDR_GLSL_OETF_START;
 
 const char* const kInputCurveBody[4] = {
     "",
@@ -63,20 +50,7 @@ const char* const kInputCurveBody[4] = {
     "\treturn sign * (x < d ? c * x + f : pow(a * x + b, g) + e);\n",
 };
 
-const char* const kCurves =
-    "float EOTF(float x)\n"
-    "{\n"
-    "\tfloat g = trfn_inv[0];\n"
-    "\tfloat a = trfn_inv[1];\n"
-    "\tfloat b = trfn_inv[2];\n"
-    "\tfloat c = trfn_inv[3];\n"
-    "\tfloat d = trfn_inv[4];\n"
-    "\tfloat e = trfn_inv[5];\n"
-    "\tfloat f = trfn_inv[6];\n"
-    "\tfloat sign = x < 0.0 ? -1.0 : 1.0;\n"
-    "\tx = abs(x);\n"
-    "\treturn sign * (x < d ? c * x + f : pow(a * x + b, g) + e);\n"
-    "}\n"
+const char* const kCurves = HDR_GLSL_EOTF
     "\n"
     "float pre_curve(float value)\n"
     "{\n"
@@ -95,27 +69,17 @@ const char* const kCurves =
 
 const char* const kMainStart =
     "void main()\n"
-    "{\n"
-    "\tvec3 mainYuv = vec3(texture(u_MainYSampler, vTexcoord).r,\n"
-    "\t                    texture(u_MainUSampler, vTexcoord).r - 0.5,\n"
-    "\t                    texture(u_MainVSampler, vTexcoord).r - 0.5);\n"
-    "\tvec3 sdr = yuvToRgb * mainYuv;\n";
+    "{\n" HDR_GLSL_SAMPLE_MAIN;
 
 const char* const kApplyInputCurve = "\tsdr = vec3(OETF(sdr.r), OETF(sdr.g), OETF(sdr.b));\n";
 
-const char* const kSampleGain =
-    "\tvec3 gainYuv = vec3(texture(u_gainmapYSampler, vTexcoord).r,\n"
-    "\t                    texture(u_gainmapUSampler, vTexcoord).r - 0.5,\n"
-    "\t                    texture(u_gainmapVSampler, vTexcoord).r - 0.5);\n"
-    "\tvec3 gain = yuvToRgb * gainYuv;\n";
+const char* const kSampleGain = HDR_GLSL_SAMPLE_GAIN;
 
 // The YUV matrix's first column is (1, 1, 1): with constant chroma the gain
 // is the luma on every channel plus the chroma's fixed contribution.
 const char* const kSampleFlatGain = "\tvec3 gain = vec3(texture(u_gainmapYSampler, vTexcoord).r) + flatGainChroma;\n";
 
-const char* const kShapeGain =
-    "\tgain = vec3(pre_curve(gain.r), pre_curve(gain.g), pre_curve(gain.b));\n"
-    "\tgain = clamp(gain, 0.0, 1.0);\n";
+const char* const kShapeGain = HDR_GLSL_SHAPE_GAIN;
 
 const char* const kLogGainWithGamma =
     "\tvec3 logGain = mix(logRatioMin.rgb, logRatioMax.rgb, pow(gain, gainmapGamma.rgb));\n";

@@ -2,8 +2,6 @@
 
 namespace hdrtest {
 
-namespace faults = hdrtest::faults;
-
 std::string WithLine(const LogCapture& capture, size_t index, const char* fmt)
 {
     const auto lines = capture.Lines();

@@ -4,6 +4,18 @@
 #ifndef HDR_GAIN_MAP_SHADER_TEXT_H
 #define HDR_GAIN_MAP_SHADER_TEXT_H
 
+// The fragment stage's opening: version, precision, its varying and output,
+// and the samplers of the main image's planes and of the gain map's luma.
+#define HDR_GLSL_FRAGMENT_START                   \
+    "#version 300 es\n"                           \
+    "precision highp float;\n"                    \
+    "in vec2 vTexcoord;\n"                        \
+    "out vec4 fragColor;\n"                       \
+    "uniform mediump sampler2D u_MainYSampler;\n" \
+    "uniform mediump sampler2D u_MainUSampler;\n" \
+    "uniform mediump sampler2D u_MainVSampler;\n" \
+    "uniform mediump sampler2D u_gainmapYSampler;\n"
+
 // The full-range BT.601 matrix both images are decoded with.
 #define HDR_GLSL_YUV_TO_RGB                               \
     "const mat3 yuvToRgb = mat3(1.0, 1.0, 1.0,\n"         \

@@ -10,15 +10,7 @@ const char* const kFlatGainChromaUniform = "flatGainChroma";
 
 namespace {
 
-const char* const kHeader =
-    "#version 300 es\n"
-    "precision highp float;\n"
-    "in vec2 vTexcoord;\n"
-    "out vec4 fragColor;\n"
-    "uniform mediump sampler2D u_MainYSampler;\n"
-    "uniform mediump sampler2D u_MainUSampler;\n"
-    "uniform mediump sampler2D u_MainVSampler;\n"
-    "uniform mediump sampler2D u_gainmapYSampler;\n"
+const char* const kHeader = HDR_GLSL_FRAGMENT_START
     "uniform vec4 logRatioMin;\n"
     "uniform vec4 logRatioMax;\n"
     "uniform vec4 epsilonSdr;\n"

@@ -25,15 +25,7 @@ const char* const kGainMapVertexShader =
 // before the output curve (EOTF) encodes the result. toOutputGamut is kept
 // but not called: every accepted gamut renders unconverted. The luma weight
 // of red in the YUV output is 0.229.
-const char* const kGainMapFragmentShader =
-    "#version 300 es\n"
-    "precision highp float;\n"
-    "in vec2 vTexcoord;\n"
-    "out vec4 fragColor;\n"
-    "uniform mediump sampler2D u_MainYSampler;\n"
-    "uniform mediump sampler2D u_MainUSampler;\n"
-    "uniform mediump sampler2D u_MainVSampler;\n"
-    "uniform mediump sampler2D u_gainmapYSampler;\n"
+const char* const kGainMapFragmentShader = HDR_GLSL_FRAGMENT_START
     "uniform mediump sampler2D u_gainmapUSampler;\n"
     "uniform mediump sampler2D u_gainmapVSampler;\n"
     "uniform vec4 logRatioMin;\n"

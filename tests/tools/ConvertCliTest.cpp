@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -204,6 +205,61 @@ TEST(ConvertCli, EveryDisplayChoiceRenders)
             EXPECT_EQ(png.rgba, first) << display << " renders a different picture";
         }
     }
+}
+
+// The first file is decoded while the renderer starts, the others when their
+// turn comes: a file's refusal reads the same in either place, and the good
+// file converts to the same bytes.
+TEST(ConvertCli, FirstFileIsRefusedAsALaterOneWouldBe)
+{
+    const std::string dir = converttest::FreshDirectory("cli-first-file");
+    const std::string good = SmallSample(dir, "good.jpg");
+    const std::vector<uint8_t> goodBytes = converttest::ReadFile(good);
+    const converttest::ConvertedFile f = converttest::DecodeGainMapFile(goodBytes);
+    ASSERT_TRUE(f.parsed);
+    // Entropy-coded data overwritten at the end of one codestream: the
+    // container is intact, the decoding fails.
+    const auto spoil = [&goodBytes](size_t offset, size_t size, const std::string& path) {
+        std::vector<uint8_t> bytes = goodBytes;
+        const size_t end = offset + size;
+        std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(end - 40),
+                  bytes.begin() + static_cast<std::ptrdiff_t>(end - 2), 0xFF);
+        EXPECT_TRUE(converttest::WriteFile(path, bytes));
+        return path;
+    };
+    const std::string badPrimary = spoil(f.container.primaryOffset, f.container.primarySize, dir + "/primary.jpg");
+    const std::string badGainMap = spoil(f.container.gainMapOffset, f.container.gainMapSize, dir + "/gainmap.jpg");
+    for (const std::string& bad : {badPrimary, badGainMap}) {
+        SCOPED_TRACE(bad);
+        const CommandResult first = RunConverter({bad, good, "-o", dir + "/first", "--format", "raw"});
+        const CommandResult later = RunConverter({good, bad, "-o", dir + "/later", "--format", "raw"});
+        EXPECT_EQ(first.exitCode, 1) << first.err;
+        EXPECT_EQ(later.exitCode, 1) << later.err;
+        ASSERT_EQ(CountLinesStartingWith(first.err, "refused " + bad + ": "), 1) << first.err;
+        EXPECT_EQ(first.err, later.err);
+        EXPECT_TRUE(Contains(first.err, bad == badPrimary ? ": primary image: " : ": gain map: ")) << first.err;
+        EXPECT_TRUE(Contains(first.out, "1 of 2 file(s) converted")) << first.out;
+        const std::vector<uint8_t> firstPixels = converttest::ReadFile(dir + "/first/good.rgba");
+        EXPECT_FALSE(firstPixels.empty());
+        EXPECT_TRUE(firstPixels == converttest::ReadFile(dir + "/later/good.rgba"));
+    }
+}
+
+// A renderer that cannot start ends the run before any file's line, even
+// though the first file was already being read.
+TEST(ConvertCli, RendererThatCannotStartEndsTheRunWithExitThree)
+{
+    const std::string dir = converttest::FreshDirectory("cli-no-renderer");
+    const std::string good = SmallSample(dir, "good.jpg");
+    // No EGL vendor library: no display can be opened.
+    ASSERT_EQ(setenv("__EGL_VENDOR_LIBRARY_FILENAMES", (dir + "/no-such-vendor.json").c_str(), 1), 0);
+    const CommandResult r = RunConverter({good, good, "-o", dir + "/out"});
+    unsetenv("__EGL_VENDOR_LIBRARY_FILENAMES");
+    EXPECT_EQ(r.exitCode, 3) << r.err;
+    EXPECT_EQ(CountLinesStartingWith(r.err, "hdrgpu-convert: the renderer could not start: "), 1) << r.err;
+    EXPECT_EQ(CountLinesStartingWith(r.err, "refused "), 0) << r.err;
+    EXPECT_EQ(CountLinesStartingWith(r.out, "converted "), 0) << r.out;
+    EXPECT_FALSE(std::filesystem::exists(dir + "/out/good.png"));
 }
 
 // Two inputs with the same name get distinct outputs.

@@ -270,11 +270,19 @@ TEST(RowWriter, RawAndPngFilesEqualWholePictureOnes)
     }
 }
 
+// How RenderEncoded gets the primary: it decodes the codestream itself, or
+// takes planes decoded beforehand, after the intake was made for them.
+enum class PrimaryPath {
+    RendererDecodes,
+    DecodedAhead,
+};
+
 // Renders a gain-map file both ways on one renderer: Render (full planes in,
 // RGBA copy out, turned with OrientPixels) and RenderEncoded + WriteRendered
 // (raw), and expects the same bytes.
 void ExpectEncodedPathEqualsPlanePath(hdrconvert::Renderer* renderer, const std::vector<uint8_t>& file,
-                                      const std::string& rawPath, int outW = 0, int outH = 0)
+                                      const std::string& rawPath, int outW = 0, int outH = 0,
+                                      PrimaryPath path = PrimaryPath::RendererDecodes)
 {
     hdrconvert::GainMapJpeg parsed;
     std::string reason;
@@ -306,9 +314,20 @@ void ExpectEncodedPathEqualsPlanePath(hdrconvert::Renderer* renderer, const std:
     encoded.orientation = picture.orientation;
     encoded.outputWidth = outW;
     encoded.outputHeight = outH;
+    hdrconvert::YuvPlanes ahead;
+    if (path == PrimaryPath::DecodedAhead) {
+        ahead = primary;
+        encoded.decodedPrimary = &ahead;
+        EXPECT_TRUE(renderer->PrepareFor(encoded, gain.width, gain.height, &reason)) << reason;
+    }
     bool primaryFailed = true;
     ASSERT_TRUE(renderer->RenderEncoded(encoded, &primaryFailed, &reason)) << reason;
     EXPECT_FALSE(primaryFailed);
+    if (path == PrimaryPath::DecodedAhead) {
+        // Streaming: each plane's storage was handed back once copied in;
+        // direct: the renderer took the planes over for its own.
+        EXPECT_EQ(ahead.y.capacity() + ahead.u.capacity() + ahead.v.capacity(), 0u);
+    }
     int w = 0;
     int h = 0;
     ASSERT_TRUE(renderer->WriteRendered(rawPath, hdrconvert::OutputFormat::Raw, 1, &w, &h, &reason)) << reason;
@@ -317,7 +336,8 @@ void ExpectEncodedPathEqualsPlanePath(hdrconvert::Renderer* renderer, const std:
     EXPECT_TRUE(converttest::ReadFile(rawPath) == expected.rgba) << "pixels differ from the full-plane path";
 }
 
-void RunEveryOrientation(hdrconvert::RenderMode mode, const std::string& name)
+void RunEveryOrientation(hdrconvert::RenderMode mode, const std::string& name,
+                         PrimaryPath path = PrimaryPath::RendererDecodes)
 {
     const std::string dir = converttest::FreshDirectory(name);
     hdrconvert::Renderer renderer;
@@ -332,14 +352,15 @@ void RunEveryOrientation(hdrconvert::RenderMode mode, const std::string& name)
         sample.height = 42;
         sample.orientation = orientation;
         ExpectEncodedPathEqualsPlanePath(&renderer, hdrconvert::MakeSample(sample).file,
-                                         dir + "/o" + std::to_string(orientation) + ".rgba");
+                                         dir + "/o" + std::to_string(orientation) + ".rgba", 0, 0, path);
     }
     // An output size of the host's choosing.
     hdrconvert::SampleOptions sample;
     sample.width = 75;
     sample.height = 42;
     sample.orientation = 6;
-    ExpectEncodedPathEqualsPlanePath(&renderer, hdrconvert::MakeSample(sample).file, dir + "/sized.rgba", 50, 33);
+    ExpectEncodedPathEqualsPlanePath(&renderer, hdrconvert::MakeSample(sample).file, dir + "/sized.rgba", 50, 33,
+                                     path);
     renderer.Stop();
 }
 
@@ -351,6 +372,68 @@ TEST(EncodedRender, StreamingEqualsThePlanePathInEveryOrientation)
 TEST(EncodedRender, DirectEqualsThePlanePathInEveryOrientation)
 {
     RunEveryOrientation(hdrconvert::RenderMode::Direct, "encoded-direct");
+}
+
+// The first picture of a batch: the intake made before its primary was
+// decoded, the decoded planes copied in and released.
+TEST(EncodedRender, StreamingDecodedAheadEqualsThePlanePathInEveryOrientation)
+{
+    RunEveryOrientation(hdrconvert::RenderMode::Streaming, "encoded-ahead-streaming", PrimaryPath::DecodedAhead);
+}
+
+TEST(EncodedRender, DirectDecodedAheadEqualsThePlanePathInEveryOrientation)
+{
+    RunEveryOrientation(hdrconvert::RenderMode::Direct, "encoded-ahead-direct", PrimaryPath::DecodedAhead);
+}
+
+// An intake made for one size and then a picture of another: the renderer
+// makes the intake again for the sizes it gets.
+TEST(EncodedRender, IntakeMadeForOtherSizesIsMadeAgain)
+{
+    const std::string dir = converttest::FreshDirectory("encoded-ahead-resized");
+    hdrconvert::Renderer renderer;
+    std::string reason;
+    ASSERT_TRUE(renderer.Start(hdrconvert::RendererOptions(), &reason)) << reason;
+    hdrconvert::EncodedPicture other;
+    other.primaryWidth = 120;
+    other.primaryHeight = 90;
+    other.metadata.hdrCapacityMax = 2.0;
+    ASSERT_TRUE(renderer.PrepareFor(other, 30, 22, &reason)) << reason;
+    hdrconvert::SampleOptions sample;
+    sample.width = 75;
+    sample.height = 42;
+    ExpectEncodedPathEqualsPlanePath(&renderer, hdrconvert::MakeSample(sample).file, dir + "/resized.rgba");
+    renderer.Stop();
+}
+
+// What the intake cannot be made for is refused without touching the
+// library; in direct mode there is no intake to make ahead.
+TEST(EncodedRender, PrepareForRefusesWhatItCannotTake)
+{
+    hdrconvert::EncodedPicture picture;
+    picture.primaryWidth = 64;
+    picture.primaryHeight = 48;
+    picture.metadata.hdrCapacityMax = 2.0;
+    hdrconvert::Renderer stopped;
+    std::string reason;
+    EXPECT_FALSE(stopped.PrepareFor(picture, 16, 12, &reason));
+    EXPECT_EQ(reason, "the renderer is not available");
+
+    hdrconvert::Renderer renderer;
+    ASSERT_TRUE(renderer.Start(hdrconvert::RendererOptions(), &reason)) << reason;
+    EXPECT_FALSE(renderer.PrepareFor(picture, 0, 12, &reason));
+    EXPECT_EQ(reason, "no plane sizes");
+    hdrconvert::EncodedPicture flat = picture;
+    flat.metadata.hdrCapacityMax = flat.metadata.hdrCapacityMin;
+    EXPECT_FALSE(renderer.PrepareFor(flat, 16, 12, &reason));
+    EXPECT_EQ(reason, "HDRCapacityMax is not above HDRCapacityMin");
+    renderer.Stop();
+
+    hdrconvert::RendererOptions direct;
+    direct.mode = hdrconvert::RenderMode::Direct;
+    ASSERT_TRUE(renderer.Start(direct, &reason)) << reason;
+    EXPECT_TRUE(renderer.PrepareFor(picture, 0, 0, &reason));
+    renderer.Stop();
 }
 
 void RunEverySamplePhotograph(hdrconvert::RenderMode mode, const std::string& name)

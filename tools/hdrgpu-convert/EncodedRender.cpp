@@ -10,8 +10,78 @@
 
 #include <chrono>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 namespace hdrconvert {
+
+namespace {
+
+void OutputSizeOf(const EncodedPicture& picture, int* width, int* height)
+{
+    *width = picture.outputWidth;
+    *height = picture.outputHeight;
+    if (*width < 1 || *height < 1) {
+        OrientedSize(picture.orientation, picture.primaryWidth, picture.primaryHeight, width, height);
+    }
+}
+
+// Hands a plane's storage back to the system (clear() would keep it).
+void Release(std::vector<uint8_t>* plane)
+{
+    std::vector<uint8_t>().swap(*plane);
+}
+
+}  // namespace
+
+bool Renderer::PrepareFor(const EncodedPicture& picture, int gainMapWidth, int gainMapHeight, std::string* reason)
+{
+    if (options_.mode != RenderMode::Streaming) {
+        return true;
+    }
+    if (broken_ || !displayInitialised_) {
+        *reason = "the renderer is not available";
+        return false;
+    }
+    if (picture.primaryWidth < 1 || picture.primaryHeight < 1 || gainMapWidth < 1 || gainMapHeight < 1) {
+        *reason = "no plane sizes";
+        return false;
+    }
+    if (!CheckMetadata(picture.metadata, reason)) {
+        return false;
+    }
+    YuvPlanes gainSize;
+    gainSize.width = gainMapWidth;
+    gainSize.height = gainMapHeight;
+    int outW = 0;
+    int outH = 0;
+    OutputSizeOf(picture, &outW, &outH);
+    HdrInfo info;
+    int sizes[4];
+    DescribeEncoded(picture, gainSize, outW, outH, &info, sizes);
+    return MapUploadBuffers(&info, sizes, reason);
+}
+
+void Renderer::DescribeEncoded(const EncodedPicture& picture, const YuvPlanes& gainMap, int outW, int outH,
+                               HdrInfo* info, int sizes[4])
+{
+    YuvPlanes primarySize;
+    primarySize.width = picture.primaryWidth;
+    primarySize.height = picture.primaryHeight;
+    Picture described;
+    described.primary = &primarySize;
+    described.gainMap = &gainMap;
+    described.metadata = picture.metadata;
+    described.orientation = picture.orientation;
+    DescribePicture(described, outW, outH, true, info);
+    for (int c = 0; c < 3; ++c) {
+        info->mainImagePlanes[c] = nullptr;
+    }
+    sizes[0] = picture.primaryWidth;
+    sizes[1] = picture.primaryHeight;
+    sizes[2] = gainMap.width;
+    sizes[3] = gainMap.height;
+}
 
 bool Renderer::RenderEncoded(const EncodedPicture& picture, bool* primaryFailed, std::string* reason)
 {
@@ -45,12 +115,9 @@ bool Renderer::RenderEncoded(const EncodedPicture& picture, bool* primaryFailed,
     if (!CheckMetadata(picture.metadata, reason)) {
         return primaryFirst();
     }
-    int outW = picture.outputWidth;
-    int outH = picture.outputHeight;
-    if (outW < 1 || outH < 1) {
-        OrientedSize(picture.orientation, picture.primaryWidth, picture.primaryHeight, &outW, &outH);
-    }
-
+    int outW = 0;
+    int outH = 0;
+    OutputSizeOf(picture, &outW, &outH);
     if (options_.mode == RenderMode::Direct) {
         return RenderEncodedDirect(picture, outW, outH, primaryFailed, reason);
     }
@@ -62,9 +129,15 @@ bool Renderer::RenderEncodedDirect(const EncodedPicture& picture, int outW, int 
 {
     const YuvPlanes* gain = picture.gainMap;
     std::string why;
-    const auto start = std::chrono::steady_clock::now();
-    const bool decoded = DecodeJpegPlanesReusing(picture.primaryJpeg, picture.primarySize, &directPrimary_, &why);
-    primaryDecodeSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    bool decoded = true;
+    if (picture.decodedPrimary != nullptr) {
+        directPrimary_ = std::move(*picture.decodedPrimary);
+        *picture.decodedPrimary = YuvPlanes();
+    } else {
+        const auto start = std::chrono::steady_clock::now();
+        decoded = DecodeJpegPlanesReusing(picture.primaryJpeg, picture.primarySize, &directPrimary_, &why);
+        primaryDecodeSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
     if (!decoded) {
         *primaryFailed = true;
         *reason = why;
@@ -91,26 +164,27 @@ bool Renderer::RenderEncodedStreaming(const EncodedPicture& picture, int outW, i
                                       std::string* reason)
 {
     const YuvPlanes* gain = picture.gainMap;
-    // Streaming: the record as DescribePicture makes it, without main-image
-    // pointers (the planes go through the upload buffers).
-    YuvPlanes primarySize;
-    primarySize.width = picture.primaryWidth;
-    primarySize.height = picture.primaryHeight;
-    Picture described;
-    described.primary = &primarySize;
-    described.gainMap = gain;
-    described.metadata = picture.metadata;
-    described.orientation = picture.orientation;
     HdrInfo info;
-    DescribePicture(described, outW, outH, true, &info);
-    for (int c = 0; c < 3; ++c) {
-        info.mainImagePlanes[c] = nullptr;
-    }
-    const int sizes[4] = {picture.primaryWidth, picture.primaryHeight, gain->width, gain->height};
+    int sizes[4];
+    DescribeEncoded(picture, *gain, outW, outH, &info, sizes);
     // The primary is decoded while plane 0 is open: the upload fence has then
     // been waited on, and the U and V buffers stay mapped until their own
-    // End, which follows with nothing more to write.
-    const PlaneFill fill = [this, &picture, gain, primaryFailed](int plane, uint8_t* const* mapped, std::string* why) {
+    // End, which follows with nothing more to write. A primary decoded
+    // already is copied plane by plane, each released before the draw.
+    YuvPlanes* decoded = picture.decodedPrimary;
+    const PlaneFill fill = [this, &picture, gain, decoded, primaryFailed](int plane, uint8_t* const* mapped,
+                                                                          std::string* why) {
+        if (decoded != nullptr && plane < 3) {
+            std::vector<uint8_t>& bytes = plane == 0 ? decoded->y : plane == 1 ? decoded->u : decoded->v;
+            const size_t planeBytes = static_cast<size_t>(picture.primaryWidth) * picture.primaryHeight;
+            if (bytes.size() != planeBytes) {
+                *why = "the decoded primary image does not have the size its header gave";
+                return false;
+            }
+            std::memcpy(mapped[plane], bytes.data(), bytes.size());
+            Release(&bytes);
+            return true;
+        }
         if (plane == 0) {
             if (mapped[1] == nullptr || mapped[2] == nullptr) {
                 *why = "the library mapped no upload buffer for plane " + std::to_string(mapped[1] == nullptr ? 1 : 2);

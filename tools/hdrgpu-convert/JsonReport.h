@@ -17,7 +17,8 @@ struct StageTimes {
     double read = 0;    // reading the file
     double parse = 0;   // container and metadata
     double decode = 0;  // both JPEG codestreams (the primary's decoding, done
-                        // inside the render call, is moved here)
+                        // inside the render call, is moved here; the first
+                        // file's, done while the renderer starts, overlaps it)
     double render = 0;  // the library's pass, without the primary's decoding
     double write = 0;   // reading the surface, encoding and writing the output
     double total = 0;

@@ -31,6 +31,7 @@
 #include <fstream>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -531,6 +532,9 @@ double SecondsSince(std::chrono::steady_clock::time_point* mark)
 struct BatchStorage {
     std::vector<uint8_t> bytes;
     hdrconvert::YuvPlanes gainMap;
+    // The first file's primary, decoded while the renderer starts; released
+    // as the renderer copies it in.
+    hdrconvert::YuvPlanes primaryAhead;
     hdrconvert::RenderedPicture rendered;  // the HDR formats' whole picture
 };
 
@@ -567,32 +571,47 @@ bool WriteOutput(const std::string& output, const Options& o, hdrconvert::Render
     return ok;
 }
 
-FileResult ConvertOne(const std::string& input, const std::string& output, const Options& o,
-                      hdrconvert::Renderer* renderer, BatchStorage* storage)
-{
+// One file on its way through the stages: what its reading and parsing found,
+// then what decoding and rendering it gave.
+struct FileWork {
+    std::string input;
+    std::string output;
     FileResult r;
+    hdrconvert::EncodedPicture picture;
+    size_t gainMapOffset = 0;  // the gain map's codestream within the file
+    size_t gainMapSize = 0;
+    int gainMapWidth = 0;  // as its header gives it; 0 when the header is unreadable
+    int gainMapHeight = 0;
+    std::chrono::steady_clock::time_point mark;
+};
+
+// Reads, parses and checks the file up to the two codestreams' headers.
+// False with the refusal's reason in w->r.
+bool ReadAndParse(FileWork* w, const Options& o, BatchStorage* storage)
+{
+    FileResult& r = w->r;
     hdrconvert::FileRecord& rec = r.record;
-    auto mark = std::chrono::steady_clock::now();
+    w->mark = std::chrono::steady_clock::now();
     std::vector<uint8_t>& bytes = storage->bytes;
-    const bool read = ReadWholeFile(input, &bytes, &r.reason);
-    rec.times.read = SecondsSince(&mark);
+    const bool read = ReadWholeFile(w->input, &bytes, &r.reason);
+    rec.times.read = SecondsSince(&w->mark);
     if (!read) {
-        return r;
+        return false;
     }
     rec.inputBytes = bytes.size();
     if (bytes.empty()) {
         r.reason = "empty file";
-        return r;
+        return false;
     }
     if (bytes.size() < 2 || bytes[0] != 0xFF || bytes[1] != 0xD8) {
         r.reason = "not a JPEG file (unsupported format)";
-        return r;
+        return false;
     }
     hdrconvert::GainMapJpeg parsed;
     const bool parsedOk = hdrconvert::ParseGainMapJpeg(bytes.data(), bytes.size(), &parsed, &r.reason);
-    rec.times.parse = SecondsSince(&mark);
+    rec.times.parse = SecondsSince(&w->mark);
     if (!parsedOk) {
-        return r;
+        return false;
     }
     rec.parsed = true;
     rec.metadata = parsed.metadata;
@@ -602,71 +621,193 @@ FileResult ConvertOne(const std::string& input, const std::string& output, const
     rec.orientation = hdrconvert::NormalizeOrientation(parsed.orientation);
     if (parsed.metadata.baseRenditionIsHdr) {
         r.reason = "base rendition is HDR (unsupported)";
-        return r;
+        return false;
     }
     if (!hdrconvert::CheckDeclaredSizes(bytes.data(), parsed, o.maxMegapixels, &r.reason)) {
-        return r;
+        return false;
     }
     // The primary is decoded by the renderer, where the library reads it
     // (no full-size planes here); a fault of it is still the first reported.
-    const uint8_t* primaryJpeg = bytes.data() + parsed.primaryOffset;
-    hdrconvert::EncodedPicture picture;
-    picture.primaryJpeg = primaryJpeg;
+    hdrconvert::EncodedPicture& picture = w->picture;
+    picture.primaryJpeg = bytes.data() + parsed.primaryOffset;
     picture.primarySize = parsed.primarySize;
     std::string why;
-    if (!hdrconvert::ReadJpegHeader(primaryJpeg, parsed.primarySize, &picture.primaryWidth, &picture.primaryHeight,
-                                    &why)) {
+    if (!hdrconvert::ReadJpegHeader(picture.primaryJpeg, parsed.primarySize, &picture.primaryWidth,
+                                    &picture.primaryHeight, &why)) {
         r.reason = "primary image: " + why;
-        rec.times.decode = SecondsSince(&mark);
-        return r;
+        rec.times.decode = SecondsSince(&w->mark);
+        return false;
     }
-    hdrconvert::YuvPlanes& gainMap = storage->gainMap;
-    if (!hdrconvert::DecodeJpegPlanesReusing(bytes.data() + parsed.gainMapOffset, parsed.gainMapSize, &gainMap, &why)) {
-        std::string primaryWhy;
-        const bool primaryOk = hdrconvert::JpegDecodes(primaryJpeg, parsed.primarySize, &primaryWhy);
-        r.reason = primaryOk ? "gain map: " + why : "primary image: " + primaryWhy;
-        if (primaryOk) {
-            rec.primaryWidth = picture.primaryWidth;
-            rec.primaryHeight = picture.primaryHeight;
-        }
-        rec.times.decode = SecondsSince(&mark);
-        return r;
+    w->gainMapOffset = parsed.gainMapOffset;
+    w->gainMapSize = parsed.gainMapSize;
+    if (!hdrconvert::ReadJpegHeader(bytes.data() + parsed.gainMapOffset, parsed.gainMapSize, &w->gainMapWidth,
+                                    &w->gainMapHeight, &why)) {
+        w->gainMapWidth = w->gainMapHeight = 0;  // the decoding reports it
     }
-    rec.gainMapWidth = gainMap.width;
-    rec.gainMapHeight = gainMap.height;
-    // The primary is decoded inside the render stage; its time is moved to
-    // the decode stage below.
-    rec.times.decode = SecondsSince(&mark);
-    picture.gainMap = &gainMap;
+    picture.gainMap = &storage->gainMap;
     picture.metadata = parsed.metadata;
     picture.orientation = hdrconvert::NormalizeOrientation(parsed.orientation);
     picture.outputWidth = o.width;
     picture.outputHeight = o.height;
+    return true;
+}
+
+// Decodes the gain map into storage->gainMap. False with the reason in w->r:
+// the primary's own fault when it has one, as that goes first.
+bool DecodeGainMap(FileWork* w, BatchStorage* storage)
+{
+    FileResult& r = w->r;
+    std::string why;
+    if (!hdrconvert::DecodeJpegPlanesReusing(storage->bytes.data() + w->gainMapOffset, w->gainMapSize,
+                                             &storage->gainMap, &why)) {
+        std::string primaryWhy;
+        const bool primaryOk = hdrconvert::JpegDecodes(w->picture.primaryJpeg, w->picture.primarySize, &primaryWhy);
+        r.reason = primaryOk ? "gain map: " + why : "primary image: " + primaryWhy;
+        if (primaryOk) {
+            r.record.primaryWidth = w->picture.primaryWidth;
+            r.record.primaryHeight = w->picture.primaryHeight;
+        }
+        return false;
+    }
+    r.record.gainMapWidth = storage->gainMap.width;
+    r.record.gainMapHeight = storage->gainMap.height;
+    return true;
+}
+
+// Decodes both codestreams, the primary into storage->primaryAhead, for a
+// file whose rendering is to copy them in. Runs on a thread of its own while
+// the renderer starts. False with the reason in w->r.
+bool DecodeAhead(FileWork* w, BatchStorage* storage)
+{
+    const auto start = std::chrono::steady_clock::now();
+    bool ok = DecodeGainMap(w, storage);
+    if (ok) {
+        std::string why;
+        ok = hdrconvert::DecodeJpegPlanesReusing(w->picture.primaryJpeg, w->picture.primarySize, &storage->primaryAhead,
+                                                 &why);
+        if (!ok) {
+            w->r.reason = "primary image: " + why;
+        }
+    }
+    w->r.record.times.decode = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return ok;
+}
+
+// Renders the parsed (and, unless the renderer decodes it, decoded) picture
+// and writes the output.
+void RenderAndWrite(FileWork* w, const Options& o, hdrconvert::Renderer* renderer, BatchStorage* storage)
+{
+    FileResult& r = w->r;
+    hdrconvert::FileRecord& rec = r.record;
+    hdrconvert::EncodedPicture& picture = w->picture;
+    w->mark = std::chrono::steady_clock::now();
+    std::string why;
     bool primaryFailed = false;
     const bool renderedOk = renderer->RenderEncoded(picture, &primaryFailed, &why);
     const double primarySeconds = renderer->PrimaryDecodeSeconds();
-    rec.times.render = SecondsSince(&mark) - primarySeconds;
+    rec.times.render = SecondsSince(&w->mark) - primarySeconds;
     rec.times.decode += primarySeconds;
     if (!renderedOk) {
         r.reason = (primaryFailed ? "primary image: " : "rendering failed: ") + why;
-        return r;
+        return;
     }
     rec.primaryWidth = picture.primaryWidth;
     rec.primaryHeight = picture.primaryHeight;
-    const bool written = WriteOutput(output, o, renderer, storage, &r, &why);
-    rec.times.write = SecondsSince(&mark);
+    const bool written = WriteOutput(w->output, o, renderer, storage, &r, &why);
+    rec.times.write = SecondsSince(&w->mark);
     if (!written) {
         r.reason = why;
-        return r;
+        return;
     }
     r.ok = true;
-    r.output = output;
+    r.output = w->output;
     r.orientation = picture.orientation;
     std::error_code ec;
-    const auto size = std::filesystem::file_size(output, ec);
+    const auto size = std::filesystem::file_size(w->output, ec);
     rec.outputBytes = ec ? 0 : static_cast<uint64_t>(size);
-    return r;
 }
+
+FileResult ConvertOne(const std::string& input, const std::string& output, const Options& o,
+                      hdrconvert::Renderer* renderer, BatchStorage* storage)
+{
+    FileWork w;
+    w.input = input;
+    w.output = output;
+    if (!ReadAndParse(&w, o, storage)) {
+        return w.r;
+    }
+    const bool decoded = DecodeGainMap(&w, storage);
+    w.r.record.times.decode = SecondsSince(&w.mark);
+    if (decoded) {
+        RenderAndWrite(&w, o, renderer, storage);
+    }
+    return w.r;
+}
+
+// The batch's first file is read and parsed before the renderer starts, and
+// its two codestreams are decoded on a thread of their own while it starts
+// (the EGL display, the library's initialisation and, in streaming mode, the
+// intake that defines the textures and maps the upload buffers). On llvmpipe
+// that start takes longer than decoding a 12 MP photo, which otherwise waited
+// for it. The later files' primaries are decoded straight into the upload
+// buffers: with the renderer running there is nothing to overlap them with.
+class FirstFileAhead {
+public:
+    FirstFileAhead(const std::string& input, const std::string& output, const Options& o, BatchStorage* storage)
+        : start_(std::chrono::steady_clock::now())
+    {
+        work_.input = input;
+        work_.output = output;
+        parsed_ = ReadAndParse(&work_, o, storage);
+        if (parsed_) {
+            decoder_ = std::thread([this, storage] { decoded_ = DecodeAhead(&work_, storage); });
+        }
+    }
+    ~FirstFileAhead() { Join(); }
+    FirstFileAhead(const FirstFileAhead&) = delete;
+    FirstFileAhead& operator=(const FirstFileAhead&) = delete;
+
+    // Once the renderer has started: its intake for this picture, while the
+    // decoding goes on. Reads only what the parsing left.
+    void PrepareRenderer(hdrconvert::Renderer* renderer)
+    {
+        std::string ignored;  // RenderEncoded makes the intake again and says why
+        if (parsed_) {
+            renderer->PrepareFor(work_.picture, work_.gainMapWidth, work_.gainMapHeight, &ignored);
+        }
+    }
+
+    // Waits for the decoding, then renders and writes the file.
+    FileResult Finish(const Options& o, hdrconvert::Renderer* renderer, BatchStorage* storage)
+    {
+        Join();
+        if (parsed_ && decoded_) {
+            work_.picture.decodedPrimary = &storage->primaryAhead;
+            RenderAndWrite(&work_, o, renderer, storage);
+            work_.picture.decodedPrimary = nullptr;
+        }
+        // Unused when the renderer failed first: nothing of it is kept.
+        storage->primaryAhead = hdrconvert::YuvPlanes();
+        return work_.r;
+    }
+
+    // When the file's work began: it includes the renderer's start.
+    std::chrono::steady_clock::time_point Start() const { return start_; }
+
+    void Join()
+    {
+        if (decoder_.joinable()) {
+            decoder_.join();
+        }
+    }
+
+private:
+    std::chrono::steady_clock::time_point start_;
+    FileWork work_;
+    bool parsed_ = false;
+    bool decoded_ = false;
+    std::thread decoder_;
+};
 
 int MakeSample(const Options& o)
 {
@@ -761,27 +902,36 @@ int main(int argc, char** argv)
     }
 
     const auto start = std::chrono::steady_clock::now();
+    std::map<std::string, int> usedNames;
+    BatchStorage storage;
+    ShowProgress(0, o.inputs.size(), o.inputs[0]);
+    FirstFileAhead first(o.inputs[0], OutputPath(o.outputDir, o.inputs[0], o.format, &usedNames), o, &storage);
     hdrconvert::Renderer renderer;
     if (!renderer.Start(o.renderer, &error)) {
+        first.Join();
+        ClearProgress();
         std::fprintf(stderr, "%s: the renderer could not start: %s\n", kProgram, error.c_str());
         renderer.Stop();
         std::fflush(stdout);
         return kExitNoRenderer;
     }
+    first.PrepareRenderer(&renderer);
 
     size_t converted = 0;
     double megapixels = 0;
-    std::map<std::string, int> usedNames;
     std::vector<hdrconvert::FileRecord> records;
-    BatchStorage storage;
     for (size_t i = 0; i < o.inputs.size(); ++i) {
         const std::string& input = o.inputs[i];
-        ShowProgress(i, o.inputs.size(), input);
-        const auto fileStart = std::chrono::steady_clock::now();
+        auto fileStart = std::chrono::steady_clock::now();
         FileResult r;
-        if (renderer.Broken()) {
+        if (i == 0) {
+            fileStart = first.Start();
+            r = first.Finish(o, &renderer, &storage);
+        } else if (renderer.Broken()) {
+            ShowProgress(i, o.inputs.size(), input);
             r.reason = "the renderer is no longer available";
         } else {
+            ShowProgress(i, o.inputs.size(), input);
             r = ConvertOne(input, OutputPath(o.outputDir, input, o.format, &usedNames), o, &renderer, &storage);
         }
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - fileStart).count();

@@ -299,7 +299,7 @@ bool Renderer::CheckMetadata(const GainMapMetadata& md, std::string* reason) con
     return true;
 }
 
-bool Renderer::DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill& fill, std::string* reason)
+bool Renderer::MapUploadBuffers(HdrInfo* info, const int sizes[4], std::string* reason)
 {
     // A picture whose plane sizes differ from those the buffers were mapped
     // for has its metadata set first: that intake re-defines the textures and
@@ -311,6 +311,14 @@ bool Renderer::DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill&
             return false;
         }
         std::memcpy(mappedSizes_, sizes, sizeof mappedSizes_);
+    }
+    return true;
+}
+
+bool Renderer::DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill& fill, std::string* reason)
+{
+    if (!MapUploadBuffers(info, sizes, reason)) {
+        return false;
     }
     for (int plane = 0; plane < 6; ++plane) {
         if (mapped_[plane] == nullptr) {

@@ -14,7 +14,9 @@
 //   mirrors the output for the picture's EXIF orientation. RenderEncoded
 //   decodes the primary into the three main-image buffers while plane 0 is
 //   open: the first Begin of a cycle waits on the one upload fence that
-//   covers all six buffers, and each stays mapped until its own End.
+//   covers all six buffers, and each stays mapped until its own End. A
+//   primary decoded beforehand (the batch's first, while the renderer
+//   started; PrepareFor made its intake meanwhile) is copied in instead.
 // * Direct mode: planes go in with the metadata. The library's output surface
 //   has the size given at initialisation and is never rotated, so the picture
 //   is rendered at its stored orientation and turned on the CPU afterwards;
@@ -97,6 +99,12 @@ struct EncodedPicture {
     int orientation = 1;  // EXIF 1..8
     int outputWidth = 0;  // the displayed size; 0 x 0: the oriented primary's size
     int outputHeight = 0;
+    // The primary already decoded (the planes DecodeJpegPlanes gives), for a
+    // picture decoded while the renderer was starting; null: the renderer
+    // decodes primaryJpeg itself. The renderer takes the planes' storage: in
+    // streaming mode it releases each plane once copied into its upload
+    // buffer, before the draw.
+    YuvPlanes* decodedPrimary = nullptr;
 };
 
 // The system-information keys the options set.
@@ -117,6 +125,14 @@ public:
     // Renders one picture. False with a reason; Broken() then tells whether
     // the renderer can still take pictures.
     bool Render(const Picture& picture, RenderedPicture* out, std::string* reason);
+
+    // Streaming mode: the library's intake for a picture of this primary and
+    // gain-map size (it defines the textures and maps the upload buffers),
+    // made before the picture is decoded so that a decoder on another thread
+    // can run meanwhile; RenderEncoded then finds the buffers mapped. Reads
+    // neither the primary's codestream nor picture.gainMap. Nothing to do in
+    // direct mode. False with a reason; RenderEncoded then tries again.
+    bool PrepareFor(const EncodedPicture& picture, int gainMapWidth, int gainMapHeight, std::string* reason);
 
     // Decodes the primary image and renders the picture, which then stays in
     // the library's output surface for WriteRendered. False with a reason;
@@ -164,6 +180,12 @@ private:
                              std::string* reason);
     bool RenderEncodedStreaming(const EncodedPicture& picture, int outW, int outH, bool* primaryFailed,
                                 std::string* reason);
+    // The streaming record of an encoded picture (no main-image pointers:
+    // those planes go through the upload buffers) and its plane sizes.
+    static void DescribeEncoded(const EncodedPicture& picture, const YuvPlanes& gainMap, int outW, int outH,
+                                HdrInfo* info, int sizes[4]);
+    // The intake for these sizes unless the buffers are mapped for them.
+    bool MapUploadBuffers(HdrInfo* info, const int sizes[4], std::string* reason);
 
     RendererOptions options_;
     void* display_ = nullptr;  // EGLDisplay

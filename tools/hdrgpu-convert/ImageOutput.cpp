@@ -3,7 +3,9 @@
 #include "OutputFile.h"
 #include "PngWriter.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace hdrconvert {
 
@@ -46,14 +48,25 @@ bool WriteImageRows(const std::string& path, OutputFormat format, int width, int
         return false;
     }
     const size_t stride = static_cast<size_t>(width) * 4;
-    std::vector<uint8_t> row(stride);
-    const auto next = [&rows, &row](int y) { return rows(y, row.data()); };
     if (format == OutputFormat::Raw) {
+        // Rows gathered into about a mebibyte per write: a row at a time,
+        // a large picture costs thousands of system calls.
+        const int chunkRows = static_cast<int>(std::max<size_t>(1, (size_t{1} << 20) / stride));
+        std::vector<uint8_t> chunk(stride * static_cast<size_t>(std::min(chunkRows, height)));
         return WriteOutputFile(
             path,
             [&](FILE* file, std::string* why) {
-                for (int y = 0; y < height; ++y) {
-                    if (std::fwrite(next(y), 1, stride, file) != stride) {
+                for (int top = 0; top < height; top += chunkRows) {
+                    const int count = std::min(chunkRows, height - top);
+                    for (int i = 0; i < count; ++i) {
+                        uint8_t* target = chunk.data() + static_cast<size_t>(i) * stride;
+                        const uint8_t* row = rows(top + i, target);
+                        if (row != target) {
+                            std::memcpy(target, row, stride);
+                        }
+                    }
+                    const size_t bytes = stride * static_cast<size_t>(count);
+                    if (std::fwrite(chunk.data(), 1, bytes, file) != bytes) {
                         *why = WriteFailure(path);
                         return false;
                     }
@@ -62,6 +75,8 @@ bool WriteImageRows(const std::string& path, OutputFormat format, int width, int
             },
             reason);
     }
+    std::vector<uint8_t> row(stride);
+    const auto next = [&rows, &row](int y) { return rows(y, row.data()); };
     PngLayout layout;
     layout.width = width;
     layout.height = height;

@@ -282,7 +282,7 @@ enum class PrimaryPath {
 // (raw), and expects the same bytes.
 void ExpectEncodedPathEqualsPlanePath(hdrconvert::Renderer* renderer, const std::vector<uint8_t>& file,
                                       const std::string& rawPath, int outW = 0, int outH = 0,
-                                      PrimaryPath path = PrimaryPath::RendererDecodes)
+                                      PrimaryPath path = PrimaryPath::RendererDecodes, bool last = false)
 {
     hdrconvert::GainMapJpeg parsed;
     std::string reason;
@@ -314,6 +314,7 @@ void ExpectEncodedPathEqualsPlanePath(hdrconvert::Renderer* renderer, const std:
     encoded.orientation = picture.orientation;
     encoded.outputWidth = outW;
     encoded.outputHeight = outH;
+    encoded.last = last;
     hdrconvert::YuvPlanes ahead;
     if (path == PrimaryPath::DecodedAhead) {
         ahead = primary;
@@ -403,6 +404,29 @@ TEST(EncodedRender, IntakeMadeForOtherSizesIsMadeAgain)
     sample.width = 75;
     sample.height = 42;
     ExpectEncodedPathEqualsPlanePath(&renderer, hdrconvert::MakeSample(sample).file, dir + "/resized.rgba");
+    renderer.Stop();
+}
+
+// A picture said to be the last has the upload buffers' pages handed back
+// before its draw; a picture that comes after all (same sizes: no new intake)
+// writes them again and still comes out right, in either primary path.
+TEST(EncodedRender, PictureAfterTheLastStillComesOutRight)
+{
+    const std::string dir = converttest::FreshDirectory("encoded-after-last");
+    hdrconvert::Renderer renderer;
+    std::string reason;
+    ASSERT_TRUE(renderer.Start(hdrconvert::RendererOptions(), &reason)) << reason;
+    hdrconvert::SampleOptions sample;
+    sample.width = 640;  // planes of many pages
+    sample.height = 360;
+    const std::vector<uint8_t> first = hdrconvert::MakeSample(sample).file;
+    sample.orientation = 3;
+    const std::vector<uint8_t> second = hdrconvert::MakeSample(sample).file;
+    ExpectEncodedPathEqualsPlanePath(&renderer, first, dir + "/last.rgba", 0, 0, PrimaryPath::RendererDecodes, true);
+    ExpectEncodedPathEqualsPlanePath(&renderer, second, dir + "/after.rgba");
+    ExpectEncodedPathEqualsPlanePath(&renderer, first, dir + "/last-ahead.rgba", 0, 0, PrimaryPath::DecodedAhead,
+                                     true);
+    ExpectEncodedPathEqualsPlanePath(&renderer, second, dir + "/after-ahead.rgba", 0, 0, PrimaryPath::DecodedAhead);
     renderer.Stop();
 }
 

@@ -38,7 +38,8 @@ function(hdrgpu_add_convert_test name timeout)
 endfunction()
 
 hdrgpu_add_convert_test(convert_unit_tests 120
-  ${CMAKE_CURRENT_SOURCE_DIR}/tools/ConvertJpegPlanesTest.cpp)
+  ${CMAKE_CURRENT_SOURCE_DIR}/tools/ConvertJpegPlanesTest.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/tools/ConvertPageReleaseTest.cpp)
 hdrgpu_add_convert_test(convert_cli_tests 300
   ${CMAKE_CURRENT_SOURCE_DIR}/tools/ConvertCliTest.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/tools/ConvertSampleMakerTest.cpp

@@ -207,7 +207,7 @@ bool Renderer::RenderEncodedStreaming(const EncodedPicture& picture, int outW, i
         std::memcpy(mapped[plane], bytes.data(), bytes.size());
         return true;
     };
-    if (!DrawStreaming(&info, sizes, fill, reason)) {
+    if (!DrawStreaming(&info, sizes, fill, picture.last, reason)) {
         return false;
     }
     rendered_ = true;

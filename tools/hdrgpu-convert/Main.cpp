@@ -582,6 +582,7 @@ struct FileWork {
     size_t gainMapSize = 0;
     int gainMapWidth = 0;  // as its header gives it; 0 when the header is unreadable
     int gainMapHeight = 0;
+    bool last = false;  // the batch's last file
     std::chrono::steady_clock::time_point mark;
 };
 
@@ -649,6 +650,7 @@ bool ReadAndParse(FileWork* w, const Options& o, BatchStorage* storage)
     picture.orientation = hdrconvert::NormalizeOrientation(parsed.orientation);
     picture.outputWidth = o.width;
     picture.outputHeight = o.height;
+    picture.last = w->last;
     return true;
 }
 
@@ -727,12 +729,13 @@ void RenderAndWrite(FileWork* w, const Options& o, hdrconvert::Renderer* rendere
     rec.outputBytes = ec ? 0 : static_cast<uint64_t>(size);
 }
 
-FileResult ConvertOne(const std::string& input, const std::string& output, const Options& o,
+FileResult ConvertOne(const std::string& input, const std::string& output, bool last, const Options& o,
                       hdrconvert::Renderer* renderer, BatchStorage* storage)
 {
     FileWork w;
     w.input = input;
     w.output = output;
+    w.last = last;
     if (!ReadAndParse(&w, o, storage)) {
         return w.r;
     }
@@ -753,11 +756,13 @@ FileResult ConvertOne(const std::string& input, const std::string& output, const
 // buffers: with the renderer running there is nothing to overlap them with.
 class FirstFileAhead {
 public:
-    FirstFileAhead(const std::string& input, const std::string& output, const Options& o, BatchStorage* storage)
+    FirstFileAhead(const std::string& input, const std::string& output, bool last, const Options& o,
+                   BatchStorage* storage)
         : start_(std::chrono::steady_clock::now())
     {
         work_.input = input;
         work_.output = output;
+        work_.last = last;
         parsed_ = ReadAndParse(&work_, o, storage);
         if (parsed_) {
             decoder_ = std::thread([this, storage] { decoded_ = DecodeAhead(&work_, storage); });
@@ -905,7 +910,8 @@ int main(int argc, char** argv)
     std::map<std::string, int> usedNames;
     BatchStorage storage;
     ShowProgress(0, o.inputs.size(), o.inputs[0]);
-    FirstFileAhead first(o.inputs[0], OutputPath(o.outputDir, o.inputs[0], o.format, &usedNames), o, &storage);
+    FirstFileAhead first(o.inputs[0], OutputPath(o.outputDir, o.inputs[0], o.format, &usedNames), o.inputs.size() == 1,
+                         o, &storage);
     hdrconvert::Renderer renderer;
     if (!renderer.Start(o.renderer, &error)) {
         first.Join();
@@ -932,7 +938,8 @@ int main(int argc, char** argv)
             r.reason = "the renderer is no longer available";
         } else {
             ShowProgress(i, o.inputs.size(), input);
-            r = ConvertOne(input, OutputPath(o.outputDir, input, o.format, &usedNames), o, &renderer, &storage);
+            r = ConvertOne(input, OutputPath(o.outputDir, input, o.format, &usedNames), i + 1 == o.inputs.size(), o,
+                           &renderer, &storage);
         }
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - fileStart).count();
         r.record.input = input;

@@ -1,6 +1,7 @@
 #include "Renderer.h"
 
 #include "Orientation.h"
+#include "PageRelease.h"
 #include "SurfaceReader.h"
 
 #include <HdrGpuBackend.h>
@@ -315,7 +316,7 @@ bool Renderer::MapUploadBuffers(HdrInfo* info, const int sizes[4], std::string* 
     return true;
 }
 
-bool Renderer::DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill& fill, std::string* reason)
+bool Renderer::DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill& fill, bool last, std::string* reason)
 {
     if (!MapUploadBuffers(info, sizes, reason)) {
         return false;
@@ -354,6 +355,14 @@ bool Renderer::DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill&
         *reason = "GpuGenerateHdrSetHdrInfo failed";
         return false;
     }
+    if (last) {
+        // Mapped for writing, their contents undefined: nothing to keep.
+        for (int plane = 0; plane < 6; ++plane) {
+            const int width = sizes[plane < 3 ? 0 : 2];
+            const int height = sizes[plane < 3 ? 1 : 3];
+            ReleaseWholePages(mapped_[plane], static_cast<size_t>(width) * static_cast<size_t>(height));
+        }
+    }
     const int result = GpuGenerateHdr();
     if (result != GPU_GENERATE_SUCCESS) {
         *reason = LibraryError("GpuGenerateHdr", result);
@@ -375,7 +384,7 @@ bool Renderer::RenderStreaming(const Picture& picture, int outW, int outH, Rende
         std::memcpy(mapped[plane], bytes.data(), bytes.size());
         return true;
     };
-    if (!DrawStreaming(&info, sizes, copy, reason)) {
+    if (!DrawStreaming(&info, sizes, copy, false, reason)) {
         return false;
     }
     return ReadSurface(outW, outH, out, reason);

@@ -105,6 +105,12 @@ struct EncodedPicture {
     // streaming mode it releases each plane once copied into its upload
     // buffer, before the draw.
     YuvPlanes* decodedPrimary = nullptr;
+    // No picture follows (the batch's last): in streaming mode the pages of
+    // the upload buffers mapped for the next picture are handed back to the
+    // system before the draw, so that they do not add to the memory the
+    // draw itself needs. A picture that does follow after all still works:
+    // its writes fault the pages in again.
+    bool last = false;
 };
 
 // The system-information keys the options set.
@@ -173,7 +179,7 @@ private:
     // fence has been waited on once the first Begin of a cycle returns.
     using PlaneFill = std::function<bool(int plane, uint8_t* const* mapped, std::string* reason)>;
     bool CheckMetadata(const GainMapMetadata& md, std::string* reason) const;
-    bool DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill& fill, std::string* reason);
+    bool DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill& fill, bool last, std::string* reason);
     bool DrawDirect(const Picture& picture, int outW, int outH, int* surfaceW, int* surfaceH, std::string* reason);
     // RenderEncoded's two modes, once the picture has been checked.
     bool RenderEncodedDirect(const EncodedPicture& picture, int outW, int outH, bool* primaryFailed,

@@ -84,9 +84,14 @@ GLuint GainMapVariantPrograms::Prepare(const GainMapVariant& variant, GLuint reg
     }
     const GLuint program = programs_[index];
     glUseProgram(program);
-    CopyUniformValues(registeredProgram, program);
+    if (sharedWith_[index] != registeredProgram) {
+        shared_[index] = FindSharedUniforms(registeredProgram, program);
+        sharedWith_[index] = registeredProgram;
+        flatChromaLocation_[index] = glGetUniformLocation(program, kFlatGainChromaUniform);
+    }
+    CopySharedUniforms(registeredProgram, shared_[index]);
     if (variant.flatGainChroma) {
-        glUniform3fv(glGetUniformLocation(program, kFlatGainChromaUniform), 1, flatChroma);
+        glUniform3fv(flatChromaLocation_[index], 1, flatChroma);
     }
     return program;
 }
@@ -96,16 +101,20 @@ void GainMapVariantPrograms::Release()
     for (GLuint& program : programs_) {
         if (program != 0) {
             glDeleteProgram(program);
-            program = 0;
         }
     }
-    failed_.fill(false);
+    Forget();
 }
 
 void GainMapVariantPrograms::Forget()
 {
     programs_.fill(0);
     failed_.fill(false);
+    for (std::vector<SharedUniform>& shared : shared_) {
+        shared.clear();
+    }
+    sharedWith_.fill(0);
+    flatChromaLocation_.fill(-1);
 }
 
 int GainMapVariantPrograms::BuiltCount() const
@@ -117,8 +126,9 @@ int GainMapVariantPrograms::BuiltCount() const
     return count;
 }
 
-void CopyUniformValues(GLuint from, GLuint to)
+std::vector<SharedUniform> FindSharedUniforms(GLuint from, GLuint to)
 {
+    std::vector<SharedUniform> shared;
     GLint count = 0;
     glGetProgramiv(to, GL_ACTIVE_UNIFORMS, &count);
     GLint longest = 0;
@@ -129,8 +139,7 @@ void CopyUniformValues(GLuint from, GLuint to)
         GLenum type = 0;
         glGetActiveUniform(to, static_cast<GLuint>(i), static_cast<GLsizei>(name.size()), nullptr, &size, &type,
                            name.data());
-        // Arrays are reported by their first element ("x[0]"); each element
-        // is looked up by its own name, as locations need not be consecutive.
+        // Arrays are reported by their first element ("x[0]").
         std::string base = name.data();
         const size_t bracket = base.find('[');
         if (bracket != std::string::npos) {
@@ -138,38 +147,52 @@ void CopyUniformValues(GLuint from, GLuint to)
         }
         for (GLint element = 0; element < size; ++element) {
             const std::string elementName = size > 1 ? base + "[" + std::to_string(element) + "]" : base;
-            const GLint source = glGetUniformLocation(from, elementName.c_str());
-            const GLint target = glGetUniformLocation(to, elementName.c_str());
-            if (source < 0 || target < 0) {
-                continue;
-            }
-            GLfloat f[16] = {};
-            GLint n[4] = {};
-            switch (type) {
-            case GL_FLOAT:
-                glGetUniformfv(from, source, f);
-                glUniform1fv(target, 1, f);
-                break;
-            case GL_FLOAT_VEC3:
-                glGetUniformfv(from, source, f);
-                glUniform3fv(target, 1, f);
-                break;
-            case GL_FLOAT_VEC4:
-                glGetUniformfv(from, source, f);
-                glUniform4fv(target, 1, f);
-                break;
-            case GL_FLOAT_MAT4:
-                glGetUniformfv(from, source, f);
-                glUniformMatrix4fv(target, 1, GL_FALSE, f);
-                break;
-            case GL_INT:
-            case GL_SAMPLER_2D:
-                glGetUniformiv(from, source, n);
-                glUniform1i(target, n[0]);
-                break;
-            default:
-                break;
+            SharedUniform uniform;
+            uniform.from = glGetUniformLocation(from, elementName.c_str());
+            uniform.to = glGetUniformLocation(to, elementName.c_str());
+            uniform.type = type;
+            if (uniform.from >= 0 && uniform.to >= 0) {
+                shared.push_back(uniform);
             }
         }
     }
+    return shared;
+}
+
+void CopySharedUniforms(GLuint from, const std::vector<SharedUniform>& shared)
+{
+    for (const SharedUniform& uniform : shared) {
+        GLfloat f[16] = {};
+        GLint n[4] = {};
+        switch (uniform.type) {
+        case GL_FLOAT:
+            glGetUniformfv(from, uniform.from, f);
+            glUniform1fv(uniform.to, 1, f);
+            break;
+        case GL_FLOAT_VEC3:
+            glGetUniformfv(from, uniform.from, f);
+            glUniform3fv(uniform.to, 1, f);
+            break;
+        case GL_FLOAT_VEC4:
+            glGetUniformfv(from, uniform.from, f);
+            glUniform4fv(uniform.to, 1, f);
+            break;
+        case GL_FLOAT_MAT4:
+            glGetUniformfv(from, uniform.from, f);
+            glUniformMatrix4fv(uniform.to, 1, GL_FALSE, f);
+            break;
+        case GL_INT:
+        case GL_SAMPLER_2D:
+            glGetUniformiv(from, uniform.from, n);
+            glUniform1i(uniform.to, n[0]);
+            break;
+        default:
+            break;
+        }
+    }
+}
+
+void CopyUniformValues(GLuint from, GLuint to)
+{
+    CopySharedUniforms(from, FindSharedUniforms(from, to));
 }

@@ -10,6 +10,15 @@
 #include <GLES3/gl3.h>
 
 #include <array>
+#include <vector>
+
+// A uniform (or array element) two programs both have: its location in each
+// and its type.
+struct SharedUniform {
+    GLint from = -1;
+    GLint to = -1;
+    GLenum type = 0;
+};
 
 class GainMapVariantPrograms {
 public:
@@ -42,10 +51,22 @@ private:
 
     std::array<GLuint, kGainMapVariantCount> programs_{};
     std::array<bool, kGainMapVariantCount> failed_{};
+    // Per variant: the uniforms it shares with the registered program it
+    // last took values from (looked up by name once, not every draw), that
+    // program, and where its flat chroma offset goes.
+    std::array<std::vector<SharedUniform>, kGainMapVariantCount> shared_{};
+    std::array<GLuint, kGainMapVariantCount> sharedWith_{};
+    std::array<GLint, kGainMapVariantCount> flatChromaLocation_{};
 };
 
-// Copies the value of every active uniform of `to` that `from` also has
-// (same name and type) from `from` into `to`; `to` must be current.
+// Every active uniform of `to` that `from` also has, by name (each array
+// element by its own name, as locations need not be consecutive).
+std::vector<SharedUniform> FindSharedUniforms(GLuint from, GLuint to);
+
+// Copies the values of `shared` from `from` into the current program.
+void CopySharedUniforms(GLuint from, const std::vector<SharedUniform>& shared);
+
+// Both of the above: `to` must be current.
 void CopyUniformValues(GLuint from, GLuint to);
 
 #endif

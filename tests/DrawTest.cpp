@@ -3,7 +3,9 @@
 #include "EngineHarness.h"
 #include "EngineTestSupport.h"
 #include "Faults.h"
+#include "HdrGainMapVariant.h"
 #include "HdrGenerate.h"
+#include "HdrGenerateShaders.h"
 #include "HdrOutputImages.h"
 #include "HdrRender.h"
 #include "LogCapture.h"
@@ -159,6 +161,39 @@ TEST_F(DrawPass, NoSamplerStaysBound)
         glGetIntegerv(GL_SAMPLER_BINDING, &sampler);
         EXPECT_EQ(sampler, 0) << "unit " << unit;
     }
+}
+
+// A specialised program takes the registered program's values anew every
+// time it is prepared for a draw, not only when it is first built: scalars
+// and array elements alike.
+TEST_F(DrawPass, SpecialisedProgramTakesEveryDrawsValues)
+{
+    const GLuint registered = e_->shaderManager->GetProgram();
+    ASSERT_NE(registered, 0u);
+    GainMapVariant variant;
+    variant.inputCurve = 3;
+    variant.flatGainChroma = true;
+    const float chroma[3] = {0.0f, 0.0f, 0.0f};
+    const auto readOn = [](GLuint program, const char* name) {
+        GLfloat value = -1.0f;
+        glGetUniformfv(program, glGetUniformLocation(program, name), &value);
+        return value;
+    };
+    for (const float weight : {0.25f, 0.75f, 0.5f}) {
+        SCOPED_TRACE(weight);
+        glUseProgram(registered);
+        glUniform1f(glGetUniformLocation(registered, "W"), weight);
+        glUniform1f(glGetUniformLocation(registered, "trfn_inv[3]"), weight / 8.0f);
+        const GLuint program = e_->variantPrograms.Prepare(variant, registered, kGainMapVertexShader,
+                                                           glGetAttribLocation(registered, "aPosition"),
+                                                           glGetAttribLocation(registered, "aTexcoord"), chroma);
+        ASSERT_NE(program, 0u);
+        ASSERT_NE(program, registered);
+        EXPECT_EQ(readOn(program, "W"), weight);
+        EXPECT_EQ(readOn(program, "trfn_inv[3]"), weight / 8.0f);
+    }
+    EXPECT_EQ(e_->variantPrograms.BuiltCount(), 1);
+    glUseProgram(registered);
 }
 
 // An output twice the planes' size is filtered: the two output pixels over

@@ -9,18 +9,57 @@
 
 namespace hdrconvert {
 
+namespace {
+
+struct FormatEntry {
+    OutputFormat format;
+    const char* name;
+    const char* extension;
+};
+
+constexpr FormatEntry kFormats[] = {
+    {OutputFormat::Png, "png", ".png"},
+    {OutputFormat::Raw, "raw", ".rgba"},
+    {OutputFormat::PqPng, "pq-png", ".png"},
+    {OutputFormat::Avif, "avif", ".avif"},
+};
+
+const FormatEntry& EntryOf(OutputFormat format)
+{
+    for (const FormatEntry& entry : kFormats) {
+        if (entry.format == format) {
+            return entry;
+        }
+    }
+    return kFormats[0];
+}
+
+}  // namespace
+
 const char* OutputExtension(OutputFormat format)
 {
-    switch (format) {
-    case OutputFormat::Raw:
-        return ".rgba";
-    case OutputFormat::Avif:
-        return ".avif";
-    case OutputFormat::Png:
-    case OutputFormat::PqPng:
-        break;
+    return EntryOf(format).extension;
+}
+
+const char* OutputFormatName(OutputFormat format)
+{
+    return EntryOf(format).name;
+}
+
+bool OutputFormatNamed(const std::string& name, OutputFormat* format)
+{
+    for (const FormatEntry& entry : kFormats) {
+        if (name == entry.name) {
+            *format = entry.format;
+            return true;
+        }
     }
-    return ".png";
+    return false;
+}
+
+bool IsHdrFormat(OutputFormat format)
+{
+    return format == OutputFormat::PqPng || format == OutputFormat::Avif;
 }
 
 bool WriteImage(const std::string& path, OutputFormat format, const uint8_t* rgba, int width, int height, int pngLevel,

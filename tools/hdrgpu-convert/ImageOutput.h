@@ -24,6 +24,15 @@ constexpr int kDefaultPngLevel = 1;
 // The file name extension of a format, with the dot.
 const char* OutputExtension(OutputFormat format);
 
+// The format's name on the command line and in the JSON report.
+const char* OutputFormatName(OutputFormat format);
+
+// The format of that name; false for none.
+bool OutputFormatNamed(const std::string& name, OutputFormat* format);
+
+// True for the formats written in PQ for HDR viewers (HdrOutput.h).
+bool IsHdrFormat(OutputFormat format);
+
 // Writes rgba (width * height * 4 bytes, R, G, B, A, rows tightly packed) to
 // path as Png or Raw. pngLevel (0..9) is the zlib level of a PNG. A PNG of
 // RGB output (yuv false) carries an sRGB chunk, so viewers need not guess

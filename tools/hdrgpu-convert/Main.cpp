@@ -161,26 +161,6 @@ bool ParseSize(const std::string& text, int* width, int* height)
            ParseInt(text.substr(x + 1), 1, 16384, height);
 }
 
-bool IsHdrFormat(OutputFormat format)
-{
-    return format == OutputFormat::PqPng || format == OutputFormat::Avif;
-}
-
-const char* FormatName(OutputFormat format)
-{
-    switch (format) {
-    case OutputFormat::Raw:
-        return "raw";
-    case OutputFormat::PqPng:
-        return "pq-png";
-    case OutputFormat::Avif:
-        return "avif";
-    case OutputFormat::Png:
-        break;
-    }
-    return "png";
-}
-
 // Parses argv into options; false with a message for a bad command line.
 // NOLINTNEXTLINE(readability-function-size): one short branch per option
 bool ParseArguments(int argc, char** argv, Options* o, std::string* error)
@@ -237,15 +217,7 @@ bool ParseArguments(int argc, char** argv, Options* o, std::string* error)
             if (!takeValue(&v)) {
                 return false;
             }
-            if (v == "png") {
-                o->format = OutputFormat::Png;
-            } else if (v == "raw") {
-                o->format = OutputFormat::Raw;
-            } else if (v == "pq-png") {
-                o->format = OutputFormat::PqPng;
-            } else if (v == "avif") {
-                o->format = OutputFormat::Avif;
-            } else {
+            if (!hdrconvert::OutputFormatNamed(v, &o->format)) {
                 *error = "--format takes png, raw, pq-png or avif, not '" + v + "'";
                 return false;
             }
@@ -338,7 +310,7 @@ bool ParseArguments(int argc, char** argv, Options* o, std::string* error)
             return false;
         }
     }
-    if (o->renderer.outputYuv && IsHdrFormat(o->format)) {
+    if (o->renderer.outputYuv && hdrconvert::IsHdrFormat(o->format)) {
         *error = "--format pq-png and avif need RGB output: drop --yuv";
         return false;
     }
@@ -544,7 +516,7 @@ struct BatchStorage {
 bool WriteOutput(const std::string& output, const Options& o, hdrconvert::Renderer* renderer, BatchStorage* storage,
                  FileResult* r, std::string* why)
 {
-    if (!IsHdrFormat(o.format)) {
+    if (!hdrconvert::IsHdrFormat(o.format)) {
         return renderer->WriteRendered(output, o.format, o.pngLevel, &r->width, &r->height, why);
     }
     hdrconvert::RenderedPicture& rendered = storage->rendered;
@@ -836,7 +808,7 @@ int ReportBatch(const Options& o, const std::string& display, size_t converted, 
     const char* mode = o.renderer.mode == RenderMode::Direct ? "direct" : "streaming";
     // The HDR formats add the panel and, for AVIF, the encoder libavif chose.
     std::string extra;
-    if (IsHdrFormat(o.format)) {
+    if (hdrconvert::IsHdrFormat(o.format)) {
         extra = ", panel " + std::to_string(o.panelNits) + " cd/m2";
         if (o.format == OutputFormat::Avif) {
             extra += ", AVIF encoder " + hdrconvert::AvifEncoderName() + " speed " +
@@ -849,11 +821,11 @@ int ReportBatch(const Options& o, const std::string& display, size_t converted, 
     std::fflush(stdout);
     if (!o.jsonPath.empty()) {
         hdrconvert::BatchSummary summary;
-        summary.format = FormatName(o.format);
+        summary.format = hdrconvert::OutputFormatName(o.format);
         summary.mode = mode;
         summary.display = display;
         summary.yuv = o.renderer.outputYuv;
-        summary.panelNits = IsHdrFormat(o.format) ? o.panelNits : 0;
+        summary.panelNits = hdrconvert::IsHdrFormat(o.format) ? o.panelNits : 0;
         if (o.format == OutputFormat::Avif) {
             summary.avifEncoder = hdrconvert::AvifEncoderName();
             summary.avifSpeed = hdrconvert::AvifEncoderSpeed();

@@ -182,6 +182,19 @@ std::string SizeRefusal(const jpeg_decompress_struct& cinfo, size_t size)
     return "";
 }
 
+// Reads the header and says why the image is refused ("" when it is not).
+// Only under the caller's setjmp: libjpeg's errors jump out of here.
+void ReadCheckedHeader(jpeg_decompress_struct* cinfo, const uint8_t* data, size_t size, std::string* refusal)
+{
+    jpeg_create_decompress(cinfo);
+    jpeg_mem_src(cinfo, data, static_cast<unsigned long>(size));
+    jpeg_read_header(cinfo, TRUE);
+    *refusal = RefusedColourSpace(*cinfo);
+    if (refusal->empty()) {
+        *refusal = SizeRefusal(*cinfo, size);
+    }
+}
+
 // The decoding itself. Every object that lives across the setjmp exists
 // before it, so the jump skips no destructor.
 bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* data, size_t size, PlaneRowSink* sink,
@@ -190,13 +203,7 @@ bool Decode(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
     if (setjmp(err->jump) != 0) {
         return false;
     }
-    jpeg_create_decompress(cinfo);
-    jpeg_mem_src(cinfo, data, static_cast<unsigned long>(size));
-    jpeg_read_header(cinfo, TRUE);
-    *refusal = RefusedColourSpace(*cinfo);
-    if (refusal->empty()) {
-        *refusal = SizeRefusal(*cinfo, size);
-    }
+    ReadCheckedHeader(cinfo, data, size, refusal);
     if (!refusal->empty()) {
         return false;
     }
@@ -260,13 +267,7 @@ bool Header(jpeg_decompress_struct* cinfo, ErrorManager* err, const uint8_t* dat
     if (setjmp(err->jump) != 0) {
         return false;
     }
-    jpeg_create_decompress(cinfo);
-    jpeg_mem_src(cinfo, data, static_cast<unsigned long>(size));
-    jpeg_read_header(cinfo, TRUE);
-    *refusal = RefusedColourSpace(*cinfo);
-    if (refusal->empty()) {
-        *refusal = SizeRefusal(*cinfo, size);
-    }
+    ReadCheckedHeader(cinfo, data, size, refusal);
     *width = static_cast<int>(cinfo->image_width);
     *height = static_cast<int>(cinfo->image_height);
     return refusal->empty();

@@ -298,8 +298,9 @@ bool SurfaceCopyImages::StoreBand(void* image, GLuint framebuffer, int index) co
     }
 
     const tbm_surface_plane_s& plane = copyImage->map.planes[0];
-    const BandCopy copy{staging.get(), plane.ptr + static_cast<size_t>(top) * plane.stride, plane.stride, width,
-                        rows,          copyImage->map.format == TBM_FORMAT_RGBA8888};
+    const bool reverse = copyImage->map.format == TBM_FORMAT_RGBA8888;
+    unsigned char* to = plane.ptr + static_cast<size_t>(top) * plane.stride;
+    const BandCopy copy{staging.get(), to, plane.stride, width, rows, reverse};
     if (index == copyImage->BandCount() - 1) {
         // The picture's last band: copied here, so that the surface is
         // complete and unmapped when the draw returns.

@@ -21,28 +21,46 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <thread>
 
 namespace {
 
 // GL writes R, G, B, A; an RA24 surface holds A, B, G, R: reverse each
-// pixel's four bytes on the way. Written on whole words so that the
-// compiler turns it into vector code; on x86-64 that needs a byte shuffle
-// beyond the baseline, so clones for newer CPUs are picked at load time
-// (not under ThreadSanitizer: the picking runs before its runtime is up).
+// pixel's four bytes, in place or on the way out of a staging buffer.
+// Written on whole words so that the compiler turns it into vector code; on
+// x86-64 that needs a byte shuffle beyond the baseline, so clones for newer
+// CPUs are picked at load time (not under ThreadSanitizer: the picking runs
+// before its runtime is up).
 typedef uint32_t __attribute__((may_alias)) PixelWord;
 
 #if defined(__x86_64__) && !defined(__clang__) && !defined(__SANITIZE_THREAD__)
-__attribute__((target_clones("avx2", "ssse3", "default")))
+#define HDR_PIXEL_CLONES __attribute__((target_clones("avx2", "ssse3", "default")))
+#else
+#define HDR_PIXEL_CLONES
 #endif
-void CopyReversingPixelBytes(const unsigned char* from, unsigned char* to, int width)
+
+inline uint32_t Reversed(uint32_t p)
+{
+    return (p >> 24) | ((p >> 8) & 0x0000FF00u) | ((p << 8) & 0x00FF0000u) | (p << 24);
+}
+
+HDR_PIXEL_CLONES void ReversePixelBytes(unsigned char* row, int width)
+{
+    PixelWord* pixels = reinterpret_cast<PixelWord*>(row);
+    for (int x = 0; x < width; ++x) {
+        pixels[x] = Reversed(pixels[x]);
+    }
+}
+
+HDR_PIXEL_CLONES void CopyReversingPixelBytes(const unsigned char* __restrict from, unsigned char* __restrict to,
+                                              int width)
 {
     const PixelWord* source = reinterpret_cast<const PixelWord*>(from);
     PixelWord* target = reinterpret_cast<PixelWord*>(to);
     for (int x = 0; x < width; ++x) {
-        const uint32_t p = source[x];
-        target[x] = (p >> 24) | ((p >> 8) & 0x0000FF00u) | ((p << 8) & 0x00FF0000u) | (p << 24);
+        target[x] = Reversed(source[x]);
     }
 }
 
@@ -278,38 +296,56 @@ bool SurfaceCopyImages::StoreBand(void* image, GLuint framebuffer, int index) co
         return false;
     }
 
-    // Reading the band back waits for the rasteriser to finish it; the copy
-    // of the band before runs meanwhile, out of the other staging buffer.
     const int width = copyImage->width;
     const int rows = std::min(copyImage->bandRows, copyImage->height - top);
-    std::unique_ptr<unsigned char[]>& staging = copyImage->staging[copyImage->nextStaging];
-    if (!staging) {
-        staging.reset(new unsigned char[static_cast<size_t>(width) * 4 * static_cast<size_t>(copyImage->bandRows)]);
-    }
+    const tbm_surface_plane_s& plane = copyImage->map.planes[0];
+    const bool reverse = copyImage->map.format == TBM_FORMAT_RGBA8888;
+    unsigned char* to = plane.ptr + static_cast<size_t>(top) * plane.stride;
     glBindFramebuffer(GL_READ_FRAMEBUFFER, framebuffer);
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
-    glPixelStorei(GL_PACK_ROW_LENGTH, 0);
-    glReadPixels(0, 0, width, rows, GL_RGBA, GL_UNSIGNED_BYTE, staging.get());
-    const bool ok = GL_error_check();
+
+    if (index == copyImage->BandCount() - 1) {
+        // The picture's last band (a one-pass picture's only one): GL writes
+        // it straight into the surface, its stride as row length, and the
+        // byte reorder then finds it still in cache. The surface is complete
+        // and unmapped when the draw returns.
+        glPixelStorei(GL_PACK_ROW_LENGTH, static_cast<GLint>(plane.stride / 4));
+        glReadPixels(0, 0, width, rows, GL_RGBA, GL_UNSIGNED_BYTE, to);
+        const bool ok = GL_error_check();
+        if (ok && reverse) {
+            for (int y = 0; y < rows; ++y) {
+                ReversePixelBytes(to + static_cast<size_t>(y) * plane.stride, width);
+            }
+        }
+        glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+        glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
+        copyImage->EndPicture();
+        return ok;
+    }
+
+    // Any other band is read into the staging buffer the running copy does
+    // not use: reading back waits for the rasteriser to finish the band,
+    // and the copy of the band before runs meanwhile.
+    std::unique_ptr<unsigned char[]>& staging = copyImage->staging[copyImage->nextStaging];
+    if (!staging) {
+        const size_t bytes = static_cast<size_t>(width) * 4 * static_cast<size_t>(copyImage->bandRows);
+        staging.reset(new (std::nothrow) unsigned char[bytes]);
+    }
+    bool ok = staging != nullptr;
+    if (ok) {
+        glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+        glReadPixels(0, 0, width, rows, GL_RGBA, GL_UNSIGNED_BYTE, staging.get());
+        ok = GL_error_check();
+    } else {
+        HDR_LOG("%d ERROR: no memory to read back a band of %d x %d pixels\n", __LINE__, width, copyImage->bandRows);
+    }
     glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
     copyImage->copier.Wait();
     if (!ok) {
         copyImage->EndPicture();
         return false;
     }
-
-    const tbm_surface_plane_s& plane = copyImage->map.planes[0];
-    const bool reverse = copyImage->map.format == TBM_FORMAT_RGBA8888;
-    unsigned char* to = plane.ptr + static_cast<size_t>(top) * plane.stride;
-    const BandCopy copy{staging.get(), to, plane.stride, width, rows, reverse};
-    if (index == copyImage->BandCount() - 1) {
-        // The picture's last band: copied here, so that the surface is
-        // complete and unmapped when the draw returns.
-        Run(copy);
-        copyImage->EndPicture();
-        return true;
-    }
-    copyImage->copier.Start(copy);
+    copyImage->copier.Start(BandCopy{staging.get(), to, plane.stride, width, rows, reverse});
     copyImage->nextStaging = 1 - copyImage->nextStaging;
     return true;
 }

@@ -491,10 +491,12 @@ protected:
         OutputCopyTest::TearDown();
     }
 
+    virtual tbm_format Format() const { return TBM_FORMAT_RGBA8888; }
+
     void MakeTarget(Target* target, const SurfaceCopyImages* kind)
     {
         target->kind = kind;
-        target->surface = Surface(kWidth, kHeight);
+        target->surface = Surface(kWidth, kHeight, Format());
         Fill(target->surface);
         target->texture = BoundTexture();
         target->image = PrepareTBMEglTexture(*kind, *info_, target->surface, nullptr);
@@ -567,6 +569,20 @@ TEST_F(OverlappedCopyTest, BandsInOrderEqualOnePass)
     ExpectStoredRows(kHeight);
 }
 
+// The same over an AB24 surface, whose bands are copied without reordering.
+class OverlappedAbgrCopyTest : public OverlappedCopyTest {
+protected:
+    tbm_format Format() const override { return TBM_FORMAT_ABGR8888; }
+};
+
+TEST_F(OverlappedAbgrCopyTest, BandsInOrderEqualOnePass)
+{
+    for (int band = 0; band < kBands; ++band) {
+        ASSERT_TRUE(StoreBand(band)) << "band " << band;
+    }
+    ExpectStoredRows(kHeight);
+}
+
 // Bands stored in any order, the last one early, still give the one-pass
 // bytes once Finish has returned.
 TEST_F(OverlappedCopyTest, BandsInAnyOrderEqualOnePass)
@@ -615,6 +631,36 @@ TEST_F(OverlappedCopyTest, GlErrorMidwayLeavesNothingPending)
         ASSERT_TRUE(StoreBand(band)) << "band " << band;
     }
     ExpectStoredRows(kHeight);
+}
+
+// A failure midway gives the surface's mapping up with the copies: the
+// next band maps the surface again, and so finds it gone once destroyed.
+TEST_F(OverlappedCopyTest, FailureMidwayGivesTheSurfaceUp)
+{
+    for (int band = 0; band < 5; ++band) {
+        ASSERT_TRUE(StoreBand(band)) << "band " << band;
+    }
+    EXPECT_FALSE(bandedKind_.StoreBand(banded_.image, banded_.framebuffer, kBands));
+    ASSERT_EQ(tbm_surface_destroy(banded_.surface), TBM_SURFACE_ERROR_NONE);
+    LogCapture capture;
+    EXPECT_FALSE(StoreBand(0));
+    const auto messages = capture.Messages();
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0], WithLine(capture, 0, "%d ERROR: tbm_surface_map failed\n"));
+}
+
+// So does the last band of a picture.
+TEST_F(OverlappedCopyTest, LastBandGivesTheSurfaceUp)
+{
+    for (int band = 0; band < kBands; ++band) {
+        ASSERT_TRUE(StoreBand(band)) << "band " << band;
+    }
+    ASSERT_EQ(tbm_surface_destroy(banded_.surface), TBM_SURFACE_ERROR_NONE);
+    LogCapture capture;
+    EXPECT_FALSE(StoreBand(0));
+    const auto messages = capture.Messages();
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0], WithLine(capture, 0, "%d ERROR: tbm_surface_map failed\n"));
 }
 
 // Destroying the image with a band's copy still running completes that copy

@@ -55,12 +55,6 @@ public:
 
 // Surface-copy images over RGBA8888 ('RA24', bytes A, B, G, R) and
 // ABGR8888 ('AB24', bytes R, G, B, A) surfaces.
-//
-// StoreBand of any band but the last may return with the band's copy still
-// running on the image's worker thread and the surface kept mapped; the
-// last band's StoreBand, any failing StoreBand, Finish and Destroy return
-// with every copy done and the surface unmapped. The surface must outlive
-// that.
 class SurfaceCopyImages final : public OutputImages {
 public:
     // Rows per band; kAutomaticBands picks about kBandBytes per band in
@@ -76,10 +70,6 @@ public:
     void Attach(EGLInfo& info, void* image) const override;
     OutputBands Bands(const void* image) const override;
     bool StoreBand(void* image, GLuint framebuffer, int index) const override;
-
-    // Completes the copies StoreBand left running on image and unmaps its
-    // surface, for a caller that stops before the last band.
-    void Finish(void* image) const;
 
 private:
     int bandRows_;

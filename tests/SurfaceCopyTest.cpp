@@ -415,13 +415,11 @@ protected:
     void* image_ = nullptr;
 };
 
-// A middle band lands at its own rows and nowhere else (its copy may still
-// run when StoreBand returns: Finish completes it).
+// A middle band lands at its own rows and nowhere else.
 TEST_F(BandedCopyTest, MiddleBandLandsAtItsRows)
 {
     Paint(framebuffer_, kWidth, kRows);
     ASSERT_TRUE(copy_.StoreBand(image_, framebuffer_, 1));
-    copy_.Finish(image_);
     ExpectRows(kRows, kRows);
 }
 
@@ -448,10 +446,10 @@ TEST_F(BandedCopyTest, BandOutsideTheSurfaceFails)
 }
 
 // ---------------------------------------------------------------------------
-// Overlapped copies: a band's copy into the surface may still run on the
-// image's worker thread while the next band is read back.
+// Many small bands, stored in any order, against the same picture stored in
+// one pass.
 
-class OverlappedCopyTest : public OutputCopyTest {
+class SmallBandCopyTest : public OutputCopyTest {
 protected:
     static constexpr int kWidth = 40;  // 160 bytes of pixels, rows padded to 192
     static constexpr int kHeight = 31;
@@ -559,9 +557,8 @@ protected:
     Target whole_;
 };
 
-// Many small bands stored in order give the one-pass bytes exactly, once
-// the last band's StoreBand has returned.
-TEST_F(OverlappedCopyTest, BandsInOrderEqualOnePass)
+// Many small bands stored in order give the one-pass bytes exactly.
+TEST_F(SmallBandCopyTest, BandsInOrderEqualOnePass)
 {
     for (int band = 0; band < kBands; ++band) {
         ASSERT_TRUE(StoreBand(band)) << "band " << band;
@@ -570,12 +567,12 @@ TEST_F(OverlappedCopyTest, BandsInOrderEqualOnePass)
 }
 
 // The same over an AB24 surface, whose bands are copied without reordering.
-class OverlappedAbgrCopyTest : public OverlappedCopyTest {
+class SmallBandAbgrCopyTest : public SmallBandCopyTest {
 protected:
     tbm_format Format() const override { return TBM_FORMAT_ABGR8888; }
 };
 
-TEST_F(OverlappedAbgrCopyTest, BandsInOrderEqualOnePass)
+TEST_F(SmallBandAbgrCopyTest, BandsInOrderEqualOnePass)
 {
     for (int band = 0; band < kBands; ++band) {
         ASSERT_TRUE(StoreBand(band)) << "band " << band;
@@ -583,20 +580,18 @@ TEST_F(OverlappedAbgrCopyTest, BandsInOrderEqualOnePass)
     ExpectStoredRows(kHeight);
 }
 
-// Bands stored in any order, the last one early, still give the one-pass
-// bytes once Finish has returned.
-TEST_F(OverlappedCopyTest, BandsInAnyOrderEqualOnePass)
+// Bands stored in any order, the last one early, give the same bytes.
+TEST_F(SmallBandCopyTest, BandsInAnyOrderEqualOnePass)
 {
     for (const int band : {10, 4, 0, 7, 2, 9, 1, 5, 8, 3, 6}) {
         ASSERT_TRUE(StoreBand(band)) << "band " << band;
     }
-    bandedKind_.Finish(banded_.image);
     ExpectStoredRows(kHeight);
 }
 
 // A band outside the surface after five stored ones fails with its message;
-// the five are complete as the call returns, and the next picture is whole.
-TEST_F(OverlappedCopyTest, BandOutsideTheSurfaceMidwayLeavesNothingPending)
+// the five stay as stored, and the next picture is whole.
+TEST_F(SmallBandCopyTest, BandOutsideTheSurfaceMidwayKeepsTheImageUsable)
 {
     for (int band = 0; band < 5; ++band) {
         ASSERT_TRUE(StoreBand(band)) << "band " << band;
@@ -613,9 +608,9 @@ TEST_F(OverlappedCopyTest, BandOutsideTheSurfaceMidwayLeavesNothingPending)
     ExpectStoredRows(kHeight);
 }
 
-// A GL error reading the sixth band back fails the store; the five bands
-// before it are complete as the call returns, and the next picture is whole.
-TEST_F(OverlappedCopyTest, GlErrorMidwayLeavesNothingPending)
+// A GL error reading the sixth band back fails the store; the next picture
+// is whole.
+TEST_F(SmallBandCopyTest, GlErrorMidwayKeepsTheImageUsable)
 {
     for (int band = 0; band < 5; ++band) {
         ASSERT_TRUE(StoreBand(band)) << "band " << band;
@@ -626,53 +621,10 @@ TEST_F(OverlappedCopyTest, GlErrorMidwayLeavesNothingPending)
     EXPECT_FALSE(bandedKind_.StoreBand(banded_.image, banded_.framebuffer, 5));
     EXPECT_TRUE(Contains(capture.Messages(),
                          "There is not enough memory left to execute the function. 0x00000505"));
-    ExpectStoredRows(5 * kRows);
     for (int band = 0; band < kBands; ++band) {
         ASSERT_TRUE(StoreBand(band)) << "band " << band;
     }
     ExpectStoredRows(kHeight);
-}
-
-// A failure midway gives the surface's mapping up with the copies: the
-// next band maps the surface again, and so finds it gone once destroyed.
-TEST_F(OverlappedCopyTest, FailureMidwayGivesTheSurfaceUp)
-{
-    for (int band = 0; band < 5; ++band) {
-        ASSERT_TRUE(StoreBand(band)) << "band " << band;
-    }
-    EXPECT_FALSE(bandedKind_.StoreBand(banded_.image, banded_.framebuffer, kBands));
-    ASSERT_EQ(tbm_surface_destroy(banded_.surface), TBM_SURFACE_ERROR_NONE);
-    LogCapture capture;
-    EXPECT_FALSE(StoreBand(0));
-    const auto messages = capture.Messages();
-    ASSERT_EQ(messages.size(), 1u);
-    EXPECT_EQ(messages[0], WithLine(capture, 0, "%d ERROR: tbm_surface_map failed\n"));
-}
-
-// So does the last band of a picture.
-TEST_F(OverlappedCopyTest, LastBandGivesTheSurfaceUp)
-{
-    for (int band = 0; band < kBands; ++band) {
-        ASSERT_TRUE(StoreBand(band)) << "band " << band;
-    }
-    ASSERT_EQ(tbm_surface_destroy(banded_.surface), TBM_SURFACE_ERROR_NONE);
-    LogCapture capture;
-    EXPECT_FALSE(StoreBand(0));
-    const auto messages = capture.Messages();
-    ASSERT_EQ(messages.size(), 1u);
-    EXPECT_EQ(messages[0], WithLine(capture, 0, "%d ERROR: tbm_surface_map failed\n"));
-}
-
-// Destroying the image with a band's copy still running completes that copy
-// before the image goes.
-TEST_F(OverlappedCopyTest, DestroyWithACopyRunningCompletesIt)
-{
-    for (int band = 0; band < 4; ++band) {
-        ASSERT_TRUE(StoreBand(band)) << "band " << band;
-    }
-    DestroyImageKHR(bandedKind_, *info_, banded_.image);
-    banded_.image = nullptr;
-    ExpectStoredRows(4 * kRows);
 }
 
 }  // namespace

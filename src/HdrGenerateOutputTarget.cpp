@@ -12,6 +12,7 @@
 
 void HdrGenerate::ReleaseOutputSurface(EGLInfo& egl)
 {
+    DeleteSecondBand();
     DestroyImageKHR(*outputImages, egl, eglImage);
     eglImage = nullptr;
     tbm_surface_destroy(tbmSurface);
@@ -43,24 +44,22 @@ void HdrGenerate::DeleteSecondBand()
 
 // The second band texture, given the same storage as the output texture,
 // and its framebuffer, when the image is drawn in several bands. False
-// (and none) when the framebuffer is not complete: the draw then uses the
-// output texture alone.
+// (and none) when the storage or the framebuffer cannot be had: the draw
+// then uses the output texture alone.
 bool HdrGenerate::AttachSecondBand(EGLInfo& egl)
 {
     if (outputImages->Bands(eglImage).count < 2) {
-        DeleteSecondBand();
         return false;
     }
-    if (bandTexture == 0) {
-        glGenTextures(1, &bandTexture);
-        glGenFramebuffers(1, &bandFramebuffer);
-    }
+    glGenTextures(1, &bandTexture);
+    glGenFramebuffers(1, &bandFramebuffer);
     glBindTexture(GL_TEXTURE_2D, bandTexture);
     outputImages->Attach(egl, eglImage);
+    const bool attached = GL_error_check();
     glBindTexture(GL_TEXTURE_2D, 0);
     glBindFramebuffer(GL_FRAMEBUFFER, bandFramebuffer);
     glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, bandTexture, 0);
-    const bool complete = glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
+    const bool complete = attached && glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
     if (!complete) {
         DeleteSecondBand();

@@ -220,6 +220,27 @@ TEST_F(DrawBands, SeveralBandsHaveASecondBandTexture)
     }
 }
 
+// A second band framebuffer that cannot be completed leaves none: the bands
+// are then drawn into the output texture alone, with the same bytes.
+TEST_F(DrawBands, IncompleteSecondBandFallsBackToOneTexture)
+{
+    const auto onePass = DrawnWith(display_, std::make_unique<SurfaceCopyImages>(SurfaceCopyImages::kWholeSurface));
+    EngineHarness harness(11, 7, display_, false, std::make_unique<SurfaceCopyImages>(2));
+    ASSERT_TRUE(harness.ok());
+    ASSERT_EQ(harness.Upload(hdrtest::MakePlanes(11, 7, 11, 7, 4)), 0);
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    engine->hdrInfo.hdrCapacityMax = 2.0f;
+    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+    faults::QueueFramebufferStatus(GL_FRAMEBUFFER_COMPLETE);
+    faults::QueueFramebufferStatus(GL_FRAMEBUFFER_INCOMPLETE_ATTACHMENT);
+    ASSERT_EQ(engine->updateTBM(), 0);
+    EXPECT_EQ(engine->bandFramebuffer, 0u);
+    EXPECT_EQ(engine->bandTexture, 0u);
+    ASSERT_EQ(engine->Draw(), 0);
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+    ExpectSamePixels(harness.ReadSurface(), onePass);
+}
+
 // Surface-copy images in bands of one row whose store of band 3 fails the
 // first time, as a surface that cannot be written would.
 class FailingBandImages final : public OutputImages {

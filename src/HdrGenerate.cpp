@@ -62,6 +62,8 @@ HdrGenerate::HdrGenerate(std::unique_ptr<const OutputImages> images)
       vertexArray(0),
       indexBuffer(0),
       framebuffer(0),
+      bandTexture(0),
+      bandFramebuffer(0),
       inputTextures{0, 0, 0, 0, 0, 0},
       mappedPlanes{nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
       pixelBuffers{0, 0, 0, 0, 0, 0},
@@ -129,6 +131,7 @@ HdrGenerate::~HdrGenerate()
     if (framebuffer != 0) {
         glDeleteFramebuffers(1, &framebuffer);
     }
+    DeleteSecondBand();
     if (texelSampler != 0) {
         glDeleteSamplers(1, &texelSampler);
     }

@@ -106,6 +106,11 @@ public:
     GLuint vertexArray;
     GLuint indexBuffer;
     GLuint framebuffer;
+    // A second band texture and its framebuffer for output drawn in several
+    // bands (0 otherwise): bands alternate between the two, so that one is
+    // read back while the next is drawn.
+    GLuint bandTexture;
+    GLuint bandFramebuffer;
     GLuint inputTextures[DATA_TYPE_COUNT];
     std::map<int32_t, DataInfo> planeTable;
     uint8_t* mappedPlanes[DATA_TYPE_COUNT];
@@ -178,6 +183,10 @@ private:
     void ApplyDirectModeOutput();
     void ReleaseOutputSurface(EGLInfo& egl);
     void AttachOutputFramebuffer();
+    bool AttachSecondBand(EGLInfo& egl);
+    void DeleteSecondBand();
+    void DrawBand(GLuint target, int band, int rows, int viewportWidth, int viewportHeight);
+    bool DrawBandsOverlapped(const OutputBands& bands, int viewportWidth, int viewportHeight);
 };
 
 #endif

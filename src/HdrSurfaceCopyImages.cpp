@@ -35,10 +35,11 @@ int AutomaticBandRows(int width, int height, int bandBytes)
 // GL writes R, G, B, A; an RA24 surface holds A, B, G, R: reverse each
 // pixel's four bytes, in place. Written on whole words so that the compiler
 // turns it into vector code; on x86-64 that needs a byte shuffle beyond the
-// baseline, so clones for newer CPUs are picked at load time.
+// baseline, so clones for newer CPUs are picked at load time (not under
+// ThreadSanitizer: the picking runs before its runtime is up).
 typedef uint32_t __attribute__((may_alias)) PixelWord;
 
-#if defined(__x86_64__) && !defined(__clang__)
+#if defined(__x86_64__) && !defined(__clang__) && !defined(__SANITIZE_THREAD__)
 __attribute__((target_clones("avx2", "ssse3", "default")))
 #endif
 void ReversePixelBytes(unsigned char* row, int width)

@@ -11,9 +11,11 @@
 #include "LogCapture.h"
 #include "TSShaderManager.h"
 
+#include <GLES3/gl31.h>
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <vector>
 
 using hdrtest::EngineHarness;
 using hdrtest::LogCapture;
@@ -149,6 +151,146 @@ TEST_F(DrawBands, BandedDrawEqualsOnePass)
     }
 }
 
+
+// The engine's picture of an 11 x 7 output drawn with images, as the host
+// reads it; empty when a step failed.
+std::vector<hdrtest::Rgba8> DrawnWith(EGLDisplay display, std::unique_ptr<const OutputImages> images)
+{
+    EngineHarness harness(11, 7, display, false, std::move(images));
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    if (!harness.ok() || harness.Upload(hdrtest::MakePlanes(11, 7, 11, 7, 4)) != 0) {
+        return {};
+    }
+    engine->hdrInfo.hdrCapacityMax = 2.0f;
+    if (!HdrRender::GetInstance()->Bind()) {
+        return {};
+    }
+    const int drawn = engine->Draw();
+    HdrRender::GetInstance()->Unbind();
+    return drawn == 0 ? harness.ReadSurface() : std::vector<hdrtest::Rgba8>{};
+}
+
+void ExpectSamePixels(const std::vector<hdrtest::Rgba8>& a, const std::vector<hdrtest::Rgba8>& b)
+{
+    ASSERT_EQ(a.size(), 77u);
+    ASSERT_EQ(b.size(), 77u);
+    for (size_t i = 0; i < a.size(); ++i) {
+        ASSERT_TRUE(a[i].r == b[i].r && a[i].g == b[i].g && a[i].b == b[i].b && a[i].a == b[i].a)
+            << "pixel " << i % 11 << ", " << i / 11;
+    }
+}
+
+// Bands of 1, 2 and 4 rows (7, 4 and 2 bands: the last one in either of the
+// two band textures) give the one-pass bytes.
+TEST_F(DrawBands, EveryBandCountEqualsOnePass)
+{
+    const auto onePass = DrawnWith(display_, std::make_unique<SurfaceCopyImages>(SurfaceCopyImages::kWholeSurface));
+    for (const int rows : {1, 2, 4}) {
+        SCOPED_TRACE(rows);
+        ExpectSamePixels(DrawnWith(display_, std::make_unique<SurfaceCopyImages>(rows)), onePass);
+    }
+}
+
+// Several bands are drawn into two band textures in turn; one band has only
+// the output texture.
+TEST_F(DrawBands, SeveralBandsHaveASecondBandTexture)
+{
+    for (const int rows : {3, SurfaceCopyImages::kWholeSurface}) {
+        SCOPED_TRACE(rows);
+        EngineHarness harness(11, 7, display_, false, std::make_unique<SurfaceCopyImages>(rows));
+        ASSERT_TRUE(harness.ok());
+        HdrGenerate* engine = HdrGenerate::GetInstance();
+        if (rows == SurfaceCopyImages::kWholeSurface) {
+            EXPECT_EQ(engine->bandFramebuffer, 0u);
+            EXPECT_EQ(engine->bandTexture, 0u);
+            continue;
+        }
+        ASSERT_NE(engine->bandFramebuffer, 0u);
+        ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+        glBindFramebuffer(GL_FRAMEBUFFER, engine->bandFramebuffer);
+        EXPECT_EQ(glCheckFramebufferStatus(GL_FRAMEBUFFER), static_cast<GLenum>(GL_FRAMEBUFFER_COMPLETE));
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        glBindTexture(GL_TEXTURE_2D, engine->bandTexture);
+        GLint width = 0;
+        GLint height = 0;
+        glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &width);
+        glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &height);
+        glBindTexture(GL_TEXTURE_2D, 0);
+        EXPECT_EQ(width, 11);
+        EXPECT_EQ(height, 3);
+        ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+    }
+}
+
+// A second band framebuffer that cannot be completed leaves none: the bands
+// are then drawn into the output texture alone, with the same bytes.
+TEST_F(DrawBands, IncompleteSecondBandFallsBackToOneTexture)
+{
+    const auto onePass = DrawnWith(display_, std::make_unique<SurfaceCopyImages>(SurfaceCopyImages::kWholeSurface));
+    EngineHarness harness(11, 7, display_, false, std::make_unique<SurfaceCopyImages>(2));
+    ASSERT_TRUE(harness.ok());
+    ASSERT_EQ(harness.Upload(hdrtest::MakePlanes(11, 7, 11, 7, 4)), 0);
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    engine->hdrInfo.hdrCapacityMax = 2.0f;
+    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+    faults::QueueFramebufferStatus(GL_FRAMEBUFFER_COMPLETE);
+    faults::QueueFramebufferStatus(GL_FRAMEBUFFER_INCOMPLETE_ATTACHMENT);
+    ASSERT_EQ(engine->updateTBM(), 0);
+    EXPECT_EQ(engine->bandFramebuffer, 0u);
+    EXPECT_EQ(engine->bandTexture, 0u);
+    ASSERT_EQ(engine->Draw(), 0);
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+    ExpectSamePixels(harness.ReadSurface(), onePass);
+}
+
+// Surface-copy images in bands of one row whose store of band 3 fails the
+// first time, as a surface that cannot be written would.
+class FailingBandImages final : public OutputImages {
+public:
+    void* Create(EGLInfo& info, void* buffer, EGLint& error) const override
+    {
+        return copy_.Create(info, buffer, error);
+    }
+    bool Destroy(EGLInfo& info, void* image, EGLint& error) const override
+    {
+        return copy_.Destroy(info, image, error);
+    }
+    void Attach(EGLInfo& info, void* image) const override { copy_.Attach(info, image); }
+    OutputBands Bands(const void* image) const override { return copy_.Bands(image); }
+    bool StoreBand(void* image, GLuint framebuffer, int index) const override
+    {
+        if (index == 3 && !failed_) {
+            failed_ = true;
+            return false;
+        }
+        return copy_.StoreBand(image, framebuffer, index);
+    }
+
+private:
+    const SurfaceCopyImages copy_{1};
+    mutable bool failed_ = false;
+};
+
+// A band failing midway fails the draw and leaves nothing behind: no GL
+// error, no framebuffer bound, and the next draw gives the one-pass bytes.
+TEST_F(DrawBands, FailedBandLeavesTheEngineUsable)
+{
+    const auto onePass = DrawnWith(display_, std::make_unique<SurfaceCopyImages>(SurfaceCopyImages::kWholeSurface));
+    EngineHarness harness(11, 7, display_, false, std::make_unique<FailingBandImages>());
+    ASSERT_TRUE(harness.ok());
+    ASSERT_EQ(harness.Upload(hdrtest::MakePlanes(11, 7, 11, 7, 4)), 0);
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    engine->hdrInfo.hdrCapacityMax = 2.0f;
+    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+    EXPECT_EQ(engine->Draw(), 11);
+    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+    GLint bound = -1;
+    glGetIntegerv(GL_FRAMEBUFFER_BINDING, &bound);
+    EXPECT_EQ(bound, 0);
+    ASSERT_EQ(engine->Draw(), 0);
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+    ExpectSamePixels(harness.ReadSurface(), onePass);
+}
 
 // The draw leaves no sampler object bound on any plane's unit, whichever
 // planes it sampled texel for texel.

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -442,6 +443,188 @@ TEST_F(BandedCopyTest, BandOutsideTheSurfaceFails)
         EXPECT_EQ(messages[0], WithLine(capture, 0, hdrtest::Format("%%d ERROR: no band %d in 20 rows\n", index).c_str()));
     }
     ExpectRows(0, 0);
+}
+
+// ---------------------------------------------------------------------------
+// Many small bands, stored in any order, against the same picture stored in
+// one pass.
+
+class SmallBandCopyTest : public OutputCopyTest {
+protected:
+    static constexpr int kWidth = 40;  // 160 bytes of pixels, rows padded to 192
+    static constexpr int kHeight = 31;
+    static constexpr int kRows = 3;    // eleven bands, the last one a single row
+    static constexpr int kBands = 11;
+
+    struct Target {
+        const SurfaceCopyImages* kind = nullptr;
+        tbm_surface_h surface = nullptr;
+        void* image = nullptr;
+        GLuint texture = 0;
+        GLuint framebuffer = 0;
+    };
+
+    void SetUp() override
+    {
+        OutputCopyTest::SetUp();
+        picture_.resize(static_cast<size_t>(kWidth) * kHeight * 4);
+        uint32_t state = 12345;
+        for (uint8_t& byte : picture_) {
+            state = state * 1103515245u + 12345u;
+            byte = static_cast<uint8_t>(state >> 24);
+        }
+        MakeTarget(&banded_, &bandedKind_);
+        MakeTarget(&whole_, &wholeKind_);
+    }
+
+    void TearDown() override
+    {
+        for (Target* target : {&banded_, &whole_}) {
+            if (target->image != nullptr) {
+                DestroyImageKHR(*target->kind, *info_, target->image);
+            }
+            glDeleteFramebuffers(1, &target->framebuffer);
+            glDeleteTextures(1, &target->texture);
+        }
+        OutputCopyTest::TearDown();
+    }
+
+    virtual tbm_format Format() const { return TBM_FORMAT_RGBA8888; }
+
+    void MakeTarget(Target* target, const SurfaceCopyImages* kind)
+    {
+        target->kind = kind;
+        target->surface = Surface(kWidth, kHeight, Format());
+        Fill(target->surface);
+        target->texture = BoundTexture();
+        target->image = PrepareTBMEglTexture(*kind, *info_, target->surface, nullptr);
+        ASSERT_NE(target->image, nullptr);
+        glBindTexture(GL_TEXTURE_2D, 0);
+        glGenFramebuffers(1, &target->framebuffer);
+        glBindFramebuffer(GL_FRAMEBUFFER, target->framebuffer);
+        glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, target->texture, 0);
+        ASSERT_EQ(glCheckFramebufferStatus(GL_FRAMEBUFFER), static_cast<GLenum>(GL_FRAMEBUFFER_COMPLETE));
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    }
+
+    // The picture's rows from top, as the draw would leave them at the
+    // bottom of the target's texture.
+    void Draw(const Target& target, int top, int rows)
+    {
+        glBindTexture(GL_TEXTURE_2D, target.texture);
+        glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, kWidth, rows, GL_RGBA, GL_UNSIGNED_BYTE,
+                        &picture_[static_cast<size_t>(top) * kWidth * 4]);
+        glBindTexture(GL_TEXTURE_2D, 0);
+    }
+
+    bool StoreBand(int index)
+    {
+        Draw(banded_, index * kRows, std::min(kRows, kHeight - index * kRows));
+        return bandedKind_.StoreBand(banded_.image, banded_.framebuffer, index);
+    }
+
+    // The surface bytes of the whole picture stored in one pass.
+    std::vector<uint8_t> OnePass()
+    {
+        Draw(whole_, 0, kHeight);
+        EXPECT_TRUE(wholeKind_.StoreBand(whole_.image, whole_.framebuffer, 0));
+        uint32_t stride = 0;
+        return Bytes(whole_.surface, &stride);
+    }
+
+    // The banded surface's rows [0, rows) hold the one-pass bytes, every
+    // later row only the sentinel.
+    void ExpectStoredRows(int rows)
+    {
+        const std::vector<uint8_t> expected = OnePass();
+        uint32_t stride = 0;
+        const std::vector<uint8_t> bytes = Bytes(banded_.surface, &stride);
+        ASSERT_EQ(bytes.size(), expected.size());
+        ASSERT_EQ(stride, 192u);
+        for (int y = 0; y < kHeight; ++y) {
+            for (uint32_t i = 0; i < stride; ++i) {
+                const size_t at = static_cast<size_t>(y) * stride + i;
+                ASSERT_EQ(bytes[at], y < rows ? expected[at] : kSentinel) << "row " << y << " byte " << i;
+            }
+        }
+    }
+
+    const SurfaceCopyImages bandedKind_{kRows};
+    const SurfaceCopyImages wholeKind_{SurfaceCopyImages::kWholeSurface};
+    std::vector<uint8_t> picture_;
+    Target banded_;
+    Target whole_;
+};
+
+// Many small bands stored in order give the one-pass bytes exactly.
+TEST_F(SmallBandCopyTest, BandsInOrderEqualOnePass)
+{
+    for (int band = 0; band < kBands; ++band) {
+        ASSERT_TRUE(StoreBand(band)) << "band " << band;
+    }
+    ExpectStoredRows(kHeight);
+}
+
+// The same over an AB24 surface, whose bands are copied without reordering.
+class SmallBandAbgrCopyTest : public SmallBandCopyTest {
+protected:
+    tbm_format Format() const override { return TBM_FORMAT_ABGR8888; }
+};
+
+TEST_F(SmallBandAbgrCopyTest, BandsInOrderEqualOnePass)
+{
+    for (int band = 0; band < kBands; ++band) {
+        ASSERT_TRUE(StoreBand(band)) << "band " << band;
+    }
+    ExpectStoredRows(kHeight);
+}
+
+// Bands stored in any order, the last one early, give the same bytes.
+TEST_F(SmallBandCopyTest, BandsInAnyOrderEqualOnePass)
+{
+    for (const int band : {10, 4, 0, 7, 2, 9, 1, 5, 8, 3, 6}) {
+        ASSERT_TRUE(StoreBand(band)) << "band " << band;
+    }
+    ExpectStoredRows(kHeight);
+}
+
+// A band outside the surface after five stored ones fails with its message;
+// the five stay as stored, and the next picture is whole.
+TEST_F(SmallBandCopyTest, BandOutsideTheSurfaceMidwayKeepsTheImageUsable)
+{
+    for (int band = 0; band < 5; ++band) {
+        ASSERT_TRUE(StoreBand(band)) << "band " << band;
+    }
+    LogCapture capture;
+    EXPECT_FALSE(bandedKind_.StoreBand(banded_.image, banded_.framebuffer, kBands));
+    const auto messages = capture.Messages();
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0], WithLine(capture, 0, "%d ERROR: no band 11 in 31 rows\n"));
+    ExpectStoredRows(5 * kRows);
+    for (int band = 0; band < kBands; ++band) {
+        ASSERT_TRUE(StoreBand(band)) << "band " << band;
+    }
+    ExpectStoredRows(kHeight);
+}
+
+// A GL error reading the sixth band back fails the store; the next picture
+// is whole.
+TEST_F(SmallBandCopyTest, GlErrorMidwayKeepsTheImageUsable)
+{
+    for (int band = 0; band < 5; ++band) {
+        ASSERT_TRUE(StoreBand(band)) << "band " << band;
+    }
+    Draw(banded_, 5 * kRows, kRows);
+    faults::QueueGlError(GL_OUT_OF_MEMORY);
+    LogCapture capture;
+    EXPECT_FALSE(bandedKind_.StoreBand(banded_.image, banded_.framebuffer, 5));
+    EXPECT_TRUE(Contains(capture.Messages(),
+                         "There is not enough memory left to execute the function. 0x00000505"));
+    for (int band = 0; band < kBands; ++band) {
+        ASSERT_TRUE(StoreBand(band)) << "band " << band;
+    }
+    ExpectStoredRows(kHeight);
 }
 
 }  // namespace

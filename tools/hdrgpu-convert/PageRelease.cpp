@@ -22,8 +22,8 @@ size_t ReleaseWholePages(uint8_t* data, size_t bytes)
         return 0;
     }
     const size_t length = end - first;
-    // Plain integer-to-pointer: the range lies inside the caller's buffer.
-    if (madvise(reinterpret_cast<void*>(first), length, MADV_DONTNEED) != 0) {
+    uint8_t* const pages = data + (first - begin);  // still inside the caller's buffer
+    if (madvise(pages, length, MADV_DONTNEED) != 0) {
         return 0;
     }
     return length;

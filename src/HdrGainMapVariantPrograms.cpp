@@ -191,8 +191,3 @@ void CopySharedUniforms(GLuint from, const std::vector<SharedUniform>& shared)
         }
     }
 }
-
-void CopyUniformValues(GLuint from, GLuint to)
-{
-    CopySharedUniforms(from, FindSharedUniforms(from, to));
-}

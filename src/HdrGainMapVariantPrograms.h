@@ -66,7 +66,4 @@ std::vector<SharedUniform> FindSharedUniforms(GLuint from, GLuint to);
 // Copies the values of `shared` from `from` into the current program.
 void CopySharedUniforms(GLuint from, const std::vector<SharedUniform>& shared);
 
-// Both of the above: `to` must be current.
-void CopyUniformValues(GLuint from, GLuint to);
-
 #endif

@@ -175,7 +175,7 @@ bool Renderer::RenderEncodedStreaming(const EncodedPicture& picture, int outW, i
     const PlaneFill fill = [this, &picture, gain, decoded, primaryFailed](int plane, uint8_t* const* mapped,
                                                                           std::string* why) {
         if (decoded != nullptr && plane < 3) {
-            std::vector<uint8_t>& bytes = plane == 0 ? decoded->y : plane == 1 ? decoded->u : decoded->v;
+            std::vector<uint8_t>& bytes = decoded->Plane(plane);
             const size_t planeBytes = static_cast<size_t>(picture.primaryWidth) * picture.primaryHeight;
             if (bytes.size() != planeBytes) {
                 *why = "the decoded primary image does not have the size its header gave";
@@ -203,7 +203,7 @@ bool Renderer::RenderEncodedStreaming(const EncodedPicture& picture, int outW, i
         if (plane < 3) {
             return true;
         }
-        const std::vector<uint8_t>& bytes = plane == 3 ? gain->y : plane == 4 ? gain->u : gain->v;
+        const std::vector<uint8_t>& bytes = gain->Plane(plane - 3);
         std::memcpy(mapped[plane], bytes.data(), bytes.size());
         return true;
     };

@@ -25,6 +25,10 @@ struct YuvPlanes {
     std::vector<uint8_t> u;
     std::vector<uint8_t> v;
     int components = 0;  // colour components in the codestream: 1 (grey) or 3
+
+    // Y, U or V for 0, 1, 2.
+    std::vector<uint8_t>& Plane(int component) { return component == 0 ? y : component == 1 ? u : v; }
+    const std::vector<uint8_t>& Plane(int component) const { return component == 0 ? y : component == 1 ? u : v; }
 };
 
 // Reads the image size and component count without decoding. False with a

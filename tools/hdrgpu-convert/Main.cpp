@@ -552,9 +552,6 @@ struct FileWork {
     hdrconvert::EncodedPicture picture;
     size_t gainMapOffset = 0;  // the gain map's codestream within the file
     size_t gainMapSize = 0;
-    int gainMapWidth = 0;  // as its header gives it; 0 when the header is unreadable
-    int gainMapHeight = 0;
-    bool last = false;  // the batch's last file
     std::chrono::steady_clock::time_point mark;
 };
 
@@ -613,16 +610,11 @@ bool ReadAndParse(FileWork* w, const Options& o, BatchStorage* storage)
     }
     w->gainMapOffset = parsed.gainMapOffset;
     w->gainMapSize = parsed.gainMapSize;
-    if (!hdrconvert::ReadJpegHeader(bytes.data() + parsed.gainMapOffset, parsed.gainMapSize, &w->gainMapWidth,
-                                    &w->gainMapHeight, &why)) {
-        w->gainMapWidth = w->gainMapHeight = 0;  // the decoding reports it
-    }
     picture.gainMap = &storage->gainMap;
     picture.metadata = parsed.metadata;
     picture.orientation = hdrconvert::NormalizeOrientation(parsed.orientation);
     picture.outputWidth = o.width;
     picture.outputHeight = o.height;
-    picture.last = w->last;
     return true;
 }
 
@@ -707,7 +699,7 @@ FileResult ConvertOne(const std::string& input, const std::string& output, bool 
     FileWork w;
     w.input = input;
     w.output = output;
-    w.last = last;
+    w.picture.last = last;
     if (!ReadAndParse(&w, o, storage)) {
         return w.r;
     }
@@ -734,7 +726,7 @@ public:
     {
         work_.input = input;
         work_.output = output;
-        work_.last = last;
+        work_.picture.last = last;
         parsed_ = ReadAndParse(&work_, o, storage);
         if (parsed_) {
             decoder_ = std::thread([this, storage] { decoded_ = DecodeAhead(&work_, storage); });
@@ -746,11 +738,15 @@ public:
 
     // Once the renderer has started: its intake for this picture, while the
     // decoding goes on. Reads only what the parsing left.
-    void PrepareRenderer(hdrconvert::Renderer* renderer)
+    void PrepareRenderer(hdrconvert::Renderer* renderer, const BatchStorage& storage)
     {
         std::string ignored;  // RenderEncoded makes the intake again and says why
-        if (parsed_) {
-            renderer->PrepareFor(work_.picture, work_.gainMapWidth, work_.gainMapHeight, &ignored);
+        int gainMapWidth = 0;
+        int gainMapHeight = 0;
+        // The gain map's size from its header (the decoder reads the same bytes).
+        if (parsed_ && hdrconvert::ReadJpegHeader(storage.bytes.data() + work_.gainMapOffset, work_.gainMapSize,
+                                                  &gainMapWidth, &gainMapHeight, &ignored)) {
+            renderer->PrepareFor(work_.picture, gainMapWidth, gainMapHeight, &ignored);
         }
     }
 
@@ -893,7 +889,7 @@ int main(int argc, char** argv)
         std::fflush(stdout);
         return kExitNoRenderer;
     }
-    first.PrepareRenderer(&renderer);
+    first.PrepareRenderer(&renderer, storage);
 
     size_t converted = 0;
     double megapixels = 0;

@@ -65,6 +65,17 @@ bool ReadSurface(int width, int height, RenderedPicture* out, std::string* reaso
     return true;
 }
 
+// Plane `plane`'s size among {main width, height, gain-map width, height}.
+int PlaneWidth(const int sizes[4], int plane)
+{
+    return sizes[plane < 3 ? 0 : 2];
+}
+
+int PlaneHeight(const int sizes[4], int plane)
+{
+    return sizes[plane < 3 ? 1 : 3];
+}
+
 bool PlanesValid(const YuvPlanes* p)
 {
     if (p == nullptr || p->width < 1 || p->height < 1) {
@@ -334,8 +345,8 @@ bool Renderer::DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill&
             return false;
         }
         const bool filled = fill(plane, mapped_, reason);
-        int width = sizes[plane < 3 ? 0 : 2];
-        int height = sizes[plane < 3 ? 1 : 3];
+        int width = PlaneWidth(sizes, plane);  // the interface takes references
+        int height = PlaneHeight(sizes, plane);
         // The End also when the fill failed: it releases the context.
         if (GpuGenerateHdrUpdateDataEnd(width, height) == 0) {
             if (filled) {
@@ -358,9 +369,8 @@ bool Renderer::DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill&
     if (last) {
         // Mapped for writing, their contents undefined: nothing to keep.
         for (int plane = 0; plane < 6; ++plane) {
-            const int width = sizes[plane < 3 ? 0 : 2];
-            const int height = sizes[plane < 3 ? 1 : 3];
-            ReleaseWholePages(mapped_[plane], static_cast<size_t>(width) * static_cast<size_t>(height));
+            ReleaseWholePages(mapped_[plane], static_cast<size_t>(PlaneWidth(sizes, plane)) *
+                                                  static_cast<size_t>(PlaneHeight(sizes, plane)));
         }
     }
     const int result = GpuGenerateHdr();
@@ -380,7 +390,7 @@ bool Renderer::RenderStreaming(const Picture& picture, int outW, int outH, Rende
     const YuvPlanes* sources[2] = {picture.primary, picture.gainMap};
     const PlaneFill copy = [&sources](int plane, uint8_t* const* mapped, std::string*) {
         const YuvPlanes& p = *sources[plane / 3];
-        const std::vector<uint8_t>& bytes = plane % 3 == 0 ? p.y : plane % 3 == 1 ? p.u : p.v;
+        const std::vector<uint8_t>& bytes = p.Plane(plane % 3);
         std::memcpy(mapped[plane], bytes.data(), bytes.size());
         return true;
     };

@@ -18,5 +18,5 @@ foreach(soak IN ITEMS Soak.StreamingThousandPictures Soak.InitDestroyCycles)
     TIMEOUT 600
     # A filter that matches nothing must not pass silently.
     FAIL_REGULAR_EXPRESSION "0 tests from 0 test suites ran"
-    ENVIRONMENT "LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/lsan.supp:print_suppressions=0")
+    ENVIRONMENT "${HDRGPU_TEST_ENVIRONMENT}")
 endforeach()

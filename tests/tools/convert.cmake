@@ -34,7 +34,7 @@ function(hdrgpu_add_convert_test name timeout)
   gtest_discover_tests(${name}
     DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${timeout}
-               ENVIRONMENT "LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/lsan.supp:print_suppressions=0")
+               ENVIRONMENT "${HDRGPU_TEST_ENVIRONMENT}")
 endfunction()
 
 hdrgpu_add_convert_test(convert_unit_tests 120

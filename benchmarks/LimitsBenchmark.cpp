@@ -16,6 +16,13 @@
 //                          the same clear, viewport and glFinish as the
 //                          draw stage: the least any one-pass program over
 //                          these planes can cost on this driver;
+//   limit/passthrough_four/<w>  the same with the four planes that a
+//                          single-channel gain map's program reads (main Y,
+//                          U, V and gain-map Y):
+//                              fragColor = vec4(mainY, mainU, mainV, gainY);
+//   limit/raster/<w>       the same with no plane at all (the texture
+//                          coordinate written out): rasterising and writing
+//                          the output, what no program can go below;
 //   limit/memcpy/<w>       one single-threaded memcpy of the bytes a picture
 //                          moves, defined as the six input planes' bytes
 //                          plus the RGBA8 output surface's bytes (w x h x 4),
@@ -32,6 +39,7 @@
 
 #include <cstring>
 #include <iostream>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -39,7 +47,7 @@ namespace {
 using hdrbench::EngineSession;
 using hdrbench::Workload;
 
-void PassThroughDraw(benchmark::State& state, const Workload* workload)
+void PassThroughDraw(benchmark::State& state, const Workload* workload, const char* fragmentShader)
 {
     const hdrbench::PlaneSet& planes = hdrbench::Planes(*workload);
     HdrInfo info = hdrbench::MakeInfo(*workload, planes);
@@ -54,7 +62,7 @@ void PassThroughDraw(benchmark::State& state, const Workload* workload)
         return;
     }
     {
-        hdrbench::PassThrough pass;
+        hdrbench::PassThrough pass(fragmentShader);
         if (!pass.ok()) {
             state.SkipWithError("pass-through program failed");
         } else {
@@ -98,10 +106,17 @@ void Register()
 {
     for (const Workload& w : hdrbench::Workloads()) {
         const bool large = w.outputWidth * w.outputHeight > 1920 * 1080;
-        benchmark::RegisterBenchmark(hdrbench::Name("limit", "passthrough", w).c_str(), PassThroughDraw, &w)
-            ->UseRealTime()
-            ->Unit(benchmark::kMillisecond)
-            ->Iterations(large ? 8 : 12);
+        const std::pair<const char*, const char*> programs[] = {
+            {"passthrough", hdrbench::kPassFragmentShader},
+            {"passthrough_four", hdrbench::kPassFourPlanesFragmentShader},
+            {"raster", hdrbench::kRasterOnlyFragmentShader},
+        };
+        for (const auto& [name, source] : programs) {
+            benchmark::RegisterBenchmark(hdrbench::Name("limit", name, w).c_str(), PassThroughDraw, &w, source)
+                ->UseRealTime()
+                ->Unit(benchmark::kMillisecond)
+                ->Iterations(large ? 8 : 12);
+        }
         benchmark::RegisterBenchmark(hdrbench::Name("limit", "memcpy", w).c_str(), Memcpy, &w)
             ->UseRealTime()
             ->Unit(benchmark::kMillisecond)

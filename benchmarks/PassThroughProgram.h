@@ -1,9 +1,11 @@
-// The pass-through program the draw is measured against: it samples the six
-// plane textures the engine uploaded (same textures, sizes, GL_LINEAR
-// filtering and texture units) at the fragment's texture coordinate and
-// writes
+// The pass-through programs the draw is measured against. The main one
+// samples the six plane textures the engine uploaded (same textures, sizes,
+// GL_LINEAR filtering and texture units) at the fragment's texture
+// coordinate and writes
 //     fragColor = vec4(mainY, mainU + gainU, mainV + gainV, gainY);
 // the two additions are the only arithmetic and keep all six fetches alive.
+// Two more take the floor apart: the four planes a single-channel gain map's
+// program reads, and no plane at all (rasterising and writing the output).
 #ifndef HDRGPU_BENCH_PASS_THROUGH_PROGRAM_H
 #define HDRGPU_BENCH_PASS_THROUGH_PROGRAM_H
 
@@ -41,6 +43,28 @@ inline const char* const kPassFragmentShader =
     "    fragColor = vec4(mainY, mainU + gainU, mainV + gainV, gainY);\n"
     "}\n";
 
+inline const char* const kPassFourPlanesFragmentShader =
+    "#version 300 es\n"
+    "precision highp float;\n"
+    "in vec2 vTexcoord;\n"
+    "out vec4 fragColor;\n"
+    "uniform mediump sampler2D uPlane[6];\n"
+    "void main()\n"
+    "{\n"
+    "    fragColor = vec4(texture(uPlane[0], vTexcoord).r, texture(uPlane[1], vTexcoord).r,\n"
+    "                     texture(uPlane[2], vTexcoord).r, texture(uPlane[3], vTexcoord).r);\n"
+    "}\n";
+
+inline const char* const kRasterOnlyFragmentShader =
+    "#version 300 es\n"
+    "precision highp float;\n"
+    "in vec2 vTexcoord;\n"
+    "out vec4 fragColor;\n"
+    "void main()\n"
+    "{\n"
+    "    fragColor = vec4(vTexcoord, 0.5, 1.0);\n"
+    "}\n";
+
 inline GLuint Compile(GLenum type, const char* source)
 {
     const GLuint shader = glCreateShader(type);
@@ -62,10 +86,10 @@ inline GLuint Compile(GLenum type, const char* source)
 // clip (-1, -1) samples texture (0, 0)).
 class PassThrough {
 public:
-    PassThrough()
+    explicit PassThrough(const char* fragmentShader = kPassFragmentShader)
     {
         const GLuint vs = Compile(GL_VERTEX_SHADER, kPassVertexShader);
-        const GLuint fs = Compile(GL_FRAGMENT_SHADER, kPassFragmentShader);
+        const GLuint fs = Compile(GL_FRAGMENT_SHADER, fragmentShader);
         if (vs == 0 || fs == 0) {
             return;
         }
@@ -81,7 +105,9 @@ public:
             return;
         }
         glUseProgram(program_);
-        const GLint units[6] = {0, 1, 2, 3, 4, 5};  // the engine keeps plane i on unit i
+        // The engine keeps plane i on unit i. Elements a program does not
+        // read are ignored, and so is the call where it reads none.
+        const GLint units[6] = {0, 1, 2, 3, 4, 5};
         glUniform1iv(glGetUniformLocation(program_, "uPlane"), 6, units);
 
         const float quad[24] = {

@@ -173,6 +173,8 @@ ROWS = [
     ("sum", "direct", "Sum of the direct stages (settings + upload + constants + draw + copy)"),
     ("sum", "streaming", "Sum of the streaming stages (upload + intake + constants + draw + copy)"),
     ("limit", "passthrough", "Limit: pass-through shader, same planes and framebuffer"),
+    ("limit", "passthrough_four", "Limit: pass-through of the four planes a single-channel gain map's program reads"),
+    ("limit", "raster", "Limit: no plane read (rasterise and write the output)"),
     ("limit", "memcpy", "Limit: memcpy of the bytes moved"),
     ("cpu", "model", "CPU model of the tests, 1 thread, -O2"),
 ]

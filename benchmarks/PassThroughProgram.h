@@ -26,12 +26,17 @@ inline const char* const kPassVertexShader =
     "    gl_Position = vec4(aPosition, 0.0, 1.0);\n"
     "}\n";
 
-inline const char* const kPassFragmentShader =
-    "#version 300 es\n"
-    "precision highp float;\n"
-    "in vec2 vTexcoord;\n"
+// The fragment stages' common opening, and the plane samplers (plane i on
+// texture unit i, as the engine keeps them).
+#define HDRBENCH_FRAGMENT_START \
+    "#version 300 es\n"        \
+    "precision highp float;\n" \
+    "in vec2 vTexcoord;\n"     \
     "out vec4 fragColor;\n"
-    "uniform mediump sampler2D uPlane[6];\n"
+#define HDRBENCH_PLANE_SAMPLERS "uniform mediump sampler2D uPlane[6];\n"
+
+inline const char* const kPassFragmentShader =
+    HDRBENCH_FRAGMENT_START HDRBENCH_PLANE_SAMPLERS
     "void main()\n"
     "{\n"
     "    float mainY = texture(uPlane[0], vTexcoord).r;\n"
@@ -44,11 +49,7 @@ inline const char* const kPassFragmentShader =
     "}\n";
 
 inline const char* const kPassFourPlanesFragmentShader =
-    "#version 300 es\n"
-    "precision highp float;\n"
-    "in vec2 vTexcoord;\n"
-    "out vec4 fragColor;\n"
-    "uniform mediump sampler2D uPlane[6];\n"
+    HDRBENCH_FRAGMENT_START HDRBENCH_PLANE_SAMPLERS
     "void main()\n"
     "{\n"
     "    fragColor = vec4(texture(uPlane[0], vTexcoord).r, texture(uPlane[1], vTexcoord).r,\n"
@@ -56,10 +57,7 @@ inline const char* const kPassFourPlanesFragmentShader =
     "}\n";
 
 inline const char* const kRasterOnlyFragmentShader =
-    "#version 300 es\n"
-    "precision highp float;\n"
-    "in vec2 vTexcoord;\n"
-    "out vec4 fragColor;\n"
+    HDRBENCH_FRAGMENT_START
     "void main()\n"
     "{\n"
     "    fragColor = vec4(vTexcoord, 0.5, 1.0);\n"

@@ -6,6 +6,9 @@
 //   draw/variant/<w>            the picture's specialised program, gain U/V sampled
 //   draw/variant-flat/<w>       the same with the gain map's flat U/V taken as constants
 //                               (only for workloads whose gain chroma is flat)
+//   draw/variant-log/<w>        the same picture without offsets, whose specialised
+//                               program works in logarithms (the gain's chroma
+//                               taken as constants where it is flat)
 //   draw/passthrough/<w>        the pass-through program over the same six planes:
 //                               the least a one-pass program costs here
 // Besides wall time, each row reports process_cpu_ms: the CPU time of the
@@ -38,7 +41,7 @@ double ProcessCpuMs()
 using hdrbench::EngineSession;
 using hdrbench::Workload;
 
-enum class Program { General, Variant, VariantFlat, PassThrough };
+enum class Program { General, Variant, VariantFlat, VariantLog, PassThrough };
 
 void DrawToFinish(HdrGenerate* engine, GLuint program, const Workload& w)
 {
@@ -57,6 +60,12 @@ void Draw(benchmark::State& state, const Workload* workload, Program which)
 {
     const hdrbench::PlaneSet& planes = hdrbench::Planes(*workload);
     HdrInfo info = hdrbench::MakeInfo(*workload, planes);
+    if (which == Program::VariantLog) {
+        for (int c = 0; c < 3; ++c) {
+            info.offsetSdr[c] = 0.0f;
+            info.offsetHdr[c] = 0.0f;
+        }
+    }
     EngineSession session(*workload, false, EngineSession::OnePass());  // its framebuffer covers the output
     if (!session.ok() || !session.Bind()) {
         state.SkipWithError("engine set-up failed");
@@ -79,9 +88,17 @@ void Draw(benchmark::State& state, const Workload* workload, Program which)
     variant.inputCurve = static_cast<int32_t>(info.trfn);
     variant.applyGamma = noGamma != 1;
     variant.outputYuv = engine->outputYUV;
-    variant.flatGainChroma = which == Program::VariantFlat;
-    float chroma[3] = {};
-    FlatGainChromaOffset(128, 128, chroma);
+    variant.flatGainChroma = which == Program::VariantFlat || (which == Program::VariantLog && !workload->gainChroma);
+    GainMapVariantValues values;
+    FlatGainChromaOffset(128, 128, values.flatChroma);
+    if (which == Program::VariantLog) {
+        variant.logDomain =
+            ReadLogDomainConstants(engine->shaderManager->GetProgram(), variant.inputCurve, values.logCurves);
+        if (!variant.logDomain) {
+            state.SkipWithError("the picture cannot be drawn in logarithms");
+            return;
+        }
+    }
     GainMapVariantPrograms variants;
     GLuint program = engine->shaderManager->GetProgram();
     hdrbench::PassThrough pass;
@@ -94,7 +111,7 @@ void Draw(benchmark::State& state, const Workload* workload, Program which)
     } else if (which != Program::General) {
         program = variants.Prepare(variant, engine->shaderManager->GetProgram(), kGainMapVertexShader,
                                    engine->shaderManager->GetAttribute(0), engine->shaderManager->GetAttribute(1),
-                                   chroma);
+                                   values);
         if (program == 0) {
             state.SkipWithError("variant failed");
             return;
@@ -139,6 +156,10 @@ void Register()
             ->Iterations(iterations);
         benchmark::RegisterBenchmark(hdrbench::Name("draw", "passthrough", w).c_str(), Draw, &w,
                                      Program::PassThrough)
+            ->UseRealTime()
+            ->Unit(benchmark::kMillisecond)
+            ->Iterations(iterations);
+        benchmark::RegisterBenchmark(hdrbench::Name("draw", "variant-log", w).c_str(), Draw, &w, Program::VariantLog)
             ->UseRealTime()
             ->Unit(benchmark::kMillisecond)
             ->Iterations(iterations);

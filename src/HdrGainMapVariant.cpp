@@ -4,17 +4,18 @@
 
 #include "HdrGainMapShaderText.h"
 
+#include <cmath>
 #include <cstring>
+#include <limits>
 
 const char* const kFlatGainChromaUniform = "flatGainChroma";
+const char* const kLogCurveConstantsUniform = "logCurveConstants";
 
 namespace {
 
 const char* const kHeader = HDR_GLSL_FRAGMENT_START
     "uniform vec4 logRatioMin;\n"
     "uniform vec4 logRatioMax;\n"
-    "uniform vec4 epsilonSdr;\n"
-    "uniform vec4 epsilonHdr;\n"
     "uniform float W;\n"
     "uniform float trfn_inv[7];\n"
     "uniform vec3 curve_gain_point;\n"
@@ -42,8 +43,47 @@ const char* const kInputCurveBody[4] = {
     "\treturn sign * (x < d ? c * x + f : pow(a * x + b, g) + e);\n",
 };
 
-const char* const kCurves = HDR_GLSL_EOTF
-    "\n"
+const char* const kOffsetDeclarations =
+    "uniform vec4 epsilonSdr;\n"
+    "uniform vec4 epsilonHdr;\n";
+
+const char* const kLogCurveDeclaration = "uniform vec4 logCurveConstants;\n";
+
+// log2 of the input curve's magnitude, with one logarithm per call: where
+// the form has two segments, the segment picks the logarithm's argument
+// rather than which of two logarithms to take.
+const char* const kLogInputCurveStart =
+    "float logOETF(float x)\n"
+    "{\n"
+    "\tfloat g = in_trfn[0];\n"
+    "\tfloat a = in_trfn[1];\n"
+    "\tfloat b = in_trfn[2];\n"
+    "\tfloat c = in_trfn[3];\n"
+    "\tfloat d = in_trfn[4];\n"
+    "\tfloat e = in_trfn[5];\n"
+    "\tfloat f = in_trfn[6];\n"
+    "\tx = abs(x);\n";
+
+const char* const kLogInputCurveBody[4] = {
+    "",
+    "\treturn x * a <= 1.0 ? b * log2(x * a) : ((x - e) * c + d) * 1.442695041;\n",
+    "\tfloat K = pow(x, c);\n"
+    "\treturn f * log2(max(a + b * K, 0.0) / (d + e * K));\n",
+    "\tbool linear = x < d;\n"
+    "\treturn (linear ? 1.0 : g) * log2(linear ? x : a * x + b) + (linear ? logCurveConstants.z : 0.0);\n",
+};
+
+// The output curve of a magnitude given as its log2; one exp2 per call.
+const char* const kLogOutputCurve =
+    "float logEOTF(float l)\n"
+    "{\n"
+    "\tbool linear = l < logCurveConstants.y;\n"
+    "\tfloat v = exp2(linear ? l : trfn_inv[0] * (logCurveConstants.x + l));\n"
+    "\treturn linear ? trfn_inv[3] * v + trfn_inv[6] : v + trfn_inv[5];\n"
+    "}\n"
+    "\n";
+
+const char* const kGainCurve =
     "float pre_curve(float value)\n"
     "{\n"
     "\tbool low = value < 0.5;\n"
@@ -65,6 +105,11 @@ const char* const kMainStart =
 
 const char* const kApplyInputCurve = "\tsdr = vec3(OETF(sdr.r), OETF(sdr.g), OETF(sdr.b));\n";
 
+// Without offsets the HDR value keeps the sign of the main image's value.
+const char* const kLogSdr = "\tvec3 sdrSign = vec3(1.0) - 2.0 * vec3(lessThan(sdr, vec3(0.0)));\n";
+const char* const kLogSdrDecoded = "\tvec3 logSdr = vec3(logOETF(sdr.r), logOETF(sdr.g), logOETF(sdr.b));\n";
+const char* const kLogSdrLinear = "\tvec3 logSdr = log2(abs(sdr));\n";
+
 const char* const kSampleGain = HDR_GLSL_SAMPLE_GAIN;
 
 // The YUV matrix's first column is (1, 1, 1): with constant chroma the gain
@@ -81,6 +126,11 @@ const char* const kLogGainWithoutGamma = "\tvec3 logGain = mix(logRatioMin.rgb, 
 const char* const kApplyGain =
     "\tvec3 hdr = (sdr + epsilonSdr.rgb) * exp(logGain * W) - epsilonHdr.rgb;\n"
     "\tvec3 result = vec3(EOTF(hdr.r), EOTF(hdr.g), EOTF(hdr.b));\n";
+
+// exp(logGain * W) as a power of two: log2(e) = 1.442695041.
+const char* const kApplyLogGain =
+    "\tvec3 logHdr = logSdr + logGain * (W * 1.442695041);\n"
+    "\tvec3 result = sdrSign * vec3(logEOTF(logHdr.r), logEOTF(logHdr.g), logEOTF(logHdr.b));\n";
 
 // The red luma weight 0.229 is the general program's, kept on purpose.
 const char* const kYuvOutput =
@@ -99,8 +149,10 @@ int GainMapVariantIndex(const GainMapVariant& variant)
     if (variant.inputCurve < 0 || variant.inputCurve > 3) {
         return -1;
     }
-    return ((variant.inputCurve * 2 + (variant.applyGamma ? 1 : 0)) * 2 + (variant.outputYuv ? 1 : 0)) * 2 +
-           (variant.flatGainChroma ? 1 : 0);
+    return (((variant.inputCurve * 2 + (variant.applyGamma ? 1 : 0)) * 2 + (variant.outputYuv ? 1 : 0)) * 2 +
+            (variant.flatGainChroma ? 1 : 0)) *
+               2 +
+           (variant.logDomain ? 1 : 0);
 }
 
 std::string GainMapVariantFragmentSource(const GainMapVariant& variant)
@@ -115,24 +167,72 @@ std::string GainMapVariantFragmentSource(const GainMapVariant& variant)
     }
     if (decodesInput) {
         text += kInputCurveDeclaration;
-        text += kInputCurveStart;
-        text += kInputCurveBody[variant.inputCurve];
+    }
+    text += variant.logDomain ? kLogCurveDeclaration : kOffsetDeclarations;
+    if (decodesInput) {
+        text += variant.logDomain ? kLogInputCurveStart : kInputCurveStart;
+        text += (variant.logDomain ? kLogInputCurveBody : kInputCurveBody)[variant.inputCurve];
         text += "}\n\n";
     }
-    text += kCurves;
+    if (variant.logDomain) {
+        text += kLogOutputCurve;
+    } else {
+        text += HDR_GLSL_EOTF "\n";
+    }
+    text += kGainCurve;
     text += kMainStart;
-    if (decodesInput) {
+    if (variant.logDomain) {
+        text += kLogSdr;
+        text += decodesInput ? kLogSdrDecoded : kLogSdrLinear;
+    } else if (decodesInput) {
         text += kApplyInputCurve;
     }
     text += variant.flatGainChroma ? kSampleFlatGain : kSampleGain;
     text += kShapeGain;
     text += variant.applyGamma ? kLogGainWithGamma : kLogGainWithoutGamma;
-    text += kApplyGain;
+    text += variant.logDomain ? kApplyLogGain : kApplyGain;
     if (variant.outputYuv) {
         text += kYuvOutput;
     }
     text += kMainEnd;
     return text;
+}
+
+bool LogDomainApplies(int32_t inputCurve, const float inTrfn[7], const float trfnInv[7], const float epsilonSdr[3],
+                      const float epsilonHdr[3])
+{
+    for (int c = 0; c < 3; ++c) {
+        if (epsilonSdr[c] != 0.0f || epsilonHdr[c] != 0.0f) {
+            return false;
+        }
+    }
+    for (int i = 0; i < 7; ++i) {
+        if (!std::isfinite(trfnInv[i])) {
+            return false;
+        }
+    }
+    if (trfnInv[2] != 0.0f || !(trfnInv[1] > 0.0f)) {
+        return false;
+    }
+    switch (inputCurve) {
+    case 0:
+    case 2:
+        return true;
+    case 1:
+        return inTrfn[6] == 0.0f;
+    case 3:
+        return inTrfn[5] == 0.0f && inTrfn[6] == 0.0f && inTrfn[3] > 0.0f;
+    default:
+        return false;
+    }
+}
+
+void LogDomainConstants(int32_t inputCurve, const float inTrfn[7], const float trfnInv[7], float constants[4])
+{
+    constants[0] = std::log2(trfnInv[1]);
+    constants[1] = trfnInv[4] > 0.0f ? std::log2(trfnInv[4]) : -std::numeric_limits<float>::infinity();
+    constants[2] = inputCurve == 3 && inTrfn[3] > 0.0f ? std::log2(inTrfn[3]) : 0.0f;
+    constants[3] = 0.0f;
 }
 
 void FlatGainChromaOffset(uint8_t u, uint8_t v, float rgb[3])

@@ -16,9 +16,10 @@ struct GainMapVariant {
     bool applyGamma = false;      // noGamma != 1
     bool outputYuv = false;       // bOutputYUV == 1
     bool flatGainChroma = false;  // gain-map U and V planes each hold one value
+    bool logDomain = false;       // the gain added in base-2 logarithms (see LogDomainApplies)
 };
 
-constexpr int kGainMapVariantCount = 4 * 2 * 2 * 2;
+constexpr int kGainMapVariantCount = 4 * 2 * 2 * 2 * 2;
 
 // 0 .. kGainMapVariantCount - 1, or -1 for a class no variant covers (an
 // input curve outside 0..3, which the general program leaves undefined).
@@ -30,6 +31,28 @@ std::string GainMapVariantFragmentSource(const GainMapVariant& variant);
 // Name of the uniform that carries the flat gain-map chroma's contribution
 // to R, G and B in flat-chroma variants.
 extern const char* const kFlatGainChromaUniform;
+
+// Name of the vec4 uniform that carries a log-domain variant's constants
+// (see LogDomainConstants).
+extern const char* const kLogCurveConstantsUniform;
+
+// With no offsets, the HDR value is the input curve's value times the
+// gain, so a variant can work in base-2 logarithms: the input curve ends in
+// log2 instead of a power, the gain is added instead of multiplied through
+// an exp, and the output curve's power becomes one exp2. Per channel that is
+// two transcendental functions instead of three to seven. It applies when
+// the offsets of R, G and B are all zero, the output curve's power segment
+// has no offset inside (b = 0) and a positive scale, and the input curve's
+// form is a product: no offsets in the parametric form (e = f = 0) and a
+// positive linear slope, no extra scale in the HLG-like form (f = 0).
+bool LogDomainApplies(int32_t inputCurve, const float inTrfn[7], const float trfnInv[7], const float epsilonSdr[3],
+                      const float epsilonHdr[3]);
+
+// The constants a log-domain variant takes in kLogCurveConstantsUniform:
+// log2 of the output curve's scale a, log2 of its threshold d (minus
+// infinity when d is not positive, so that no value falls below it), log2
+// of the parametric input curve's linear slope c (0 for other forms), 0.
+void LogDomainConstants(int32_t inputCurve, const float inTrfn[7], const float trfnInv[7], float constants[4]);
 
 // Contribution of constant U and V bytes to the gain map's R, G, B: the
 // general program's YUV matrix applied to (0, u/255 - 0.5, v/255 - 0.5).

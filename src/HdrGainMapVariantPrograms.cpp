@@ -29,6 +29,22 @@ GLuint CompileStage(GLenum kind, const char* source)
     return shader;
 }
 
+// Elements 0 .. count - 1 of the float array (or vector) uniform `name`:
+// arrays element by element, each by its own name. False when the program
+// has no such active uniform.
+bool ReadFloats(GLuint program, const char* name, int count, bool array, float* values)
+{
+    for (int i = 0; i < (array ? count : 1); ++i) {
+        const std::string element = array ? std::string(name) + "[" + std::to_string(i) + "]" : std::string(name);
+        const GLint location = glGetUniformLocation(program, element.c_str());
+        if (location < 0) {
+            return false;
+        }
+        glGetUniformfv(program, location, &values[i]);
+    }
+    return true;
+}
+
 }  // namespace
 
 GLuint GainMapVariantPrograms::Build(const GainMapVariant& variant, const char* vertexSource, GLint positionLocation,
@@ -67,7 +83,7 @@ GLuint GainMapVariantPrograms::Build(const GainMapVariant& variant, const char* 
 
 GLuint GainMapVariantPrograms::Prepare(const GainMapVariant& variant, GLuint registeredProgram,
                                        const char* vertexSource, GLint positionLocation, GLint texcoordLocation,
-                                       const float flatChroma[3])
+                                       const GainMapVariantValues& values)
 {
     const int index = GainMapVariantIndex(variant);
     if (index < 0 || registeredProgram == 0 || failed_[index]) {
@@ -88,10 +104,14 @@ GLuint GainMapVariantPrograms::Prepare(const GainMapVariant& variant, GLuint reg
         shared_[index] = FindSharedUniforms(registeredProgram, program);
         sharedWith_[index] = registeredProgram;
         flatChromaLocation_[index] = glGetUniformLocation(program, kFlatGainChromaUniform);
+        logCurvesLocation_[index] = glGetUniformLocation(program, kLogCurveConstantsUniform);
     }
     CopySharedUniforms(registeredProgram, shared_[index]);
     if (variant.flatGainChroma) {
-        glUniform3fv(flatChromaLocation_[index], 1, flatChroma);
+        glUniform3fv(flatChromaLocation_[index], 1, values.flatChroma);
+    }
+    if (variant.logDomain) {
+        glUniform4fv(logCurvesLocation_[index], 1, values.logCurves);
     }
     return program;
 }
@@ -115,6 +135,7 @@ void GainMapVariantPrograms::Forget()
     }
     sharedWith_.fill(0);
     flatChromaLocation_.fill(-1);
+    logCurvesLocation_.fill(-1);
 }
 
 int GainMapVariantPrograms::BuiltCount() const
@@ -124,6 +145,12 @@ int GainMapVariantPrograms::BuiltCount() const
         count += program != 0 ? 1 : 0;
     }
     return count;
+}
+
+bool GainMapVariantPrograms::Built(const GainMapVariant& variant) const
+{
+    const int index = GainMapVariantIndex(variant);
+    return index >= 0 && programs_[index] != 0;
 }
 
 std::vector<SharedUniform> FindSharedUniforms(GLuint from, GLuint to)
@@ -157,6 +184,22 @@ std::vector<SharedUniform> FindSharedUniforms(GLuint from, GLuint to)
         }
     }
     return shared;
+}
+
+bool ReadLogDomainConstants(GLuint registered, int32_t inputCurve, float constants[4])
+{
+    float epsilonSdr[4] = {};
+    float epsilonHdr[4] = {};
+    float trfnInv[7] = {};
+    float inTrfn[7] = {};
+    if (!ReadFloats(registered, "epsilonSdr", 4, false, epsilonSdr) ||
+        !ReadFloats(registered, "epsilonHdr", 4, false, epsilonHdr) ||
+        !ReadFloats(registered, "trfn_inv", 7, true, trfnInv) || !ReadFloats(registered, "in_trfn", 7, true, inTrfn) ||
+        !LogDomainApplies(inputCurve, inTrfn, trfnInv, epsilonSdr, epsilonHdr)) {
+        return false;
+    }
+    LogDomainConstants(inputCurve, inTrfn, trfnInv, constants);
+    return true;
 }
 
 void CopySharedUniforms(GLuint from, const std::vector<SharedUniform>& shared)

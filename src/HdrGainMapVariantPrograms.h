@@ -20,6 +20,12 @@ struct SharedUniform {
     GLenum type = 0;
 };
 
+// What a variant takes besides the registered program's uniforms.
+struct GainMapVariantValues {
+    float flatChroma[3] = {0.0f, 0.0f, 0.0f};       // flat-chroma variants (FlatGainChromaOffset)
+    float logCurves[4] = {0.0f, 0.0f, 0.0f, 0.0f};  // log-domain variants (LogDomainConstants)
+};
+
 class GainMapVariantPrograms {
 public:
     GainMapVariantPrograms() = default;
@@ -28,12 +34,12 @@ public:
     GainMapVariantPrograms& operator=(const GainMapVariantPrograms&) = delete;
 
     // The variant's program with the registered program's uniform values
-    // and the flat chroma offset loaded, current on return; 0 (and a log
+    // and its own values loaded, current on return; 0 (and a log
     // line) when it cannot be built, in which case the registered program
     // is left current. The vertex stage is `vertexSource`, with its two
     // attributes bound to the registered program's locations.
     GLuint Prepare(const GainMapVariant& variant, GLuint registeredProgram, const char* vertexSource,
-                   GLint positionLocation, GLint texcoordLocation, const float flatChroma[3]);
+                   GLint positionLocation, GLint texcoordLocation, const GainMapVariantValues& values);
 
     // Deletes every program built so far (the owner's context current).
     void Release();
@@ -42,8 +48,10 @@ public:
     // again on another context, where the old names mean nothing.
     void Forget();
 
-    // How many programs have been built (for tests).
+    // How many programs have been built, and whether variant's is one of
+    // them (for tests).
     int BuiltCount() const;
+    bool Built(const GainMapVariant& variant) const;
 
 private:
     GLuint Build(const GainMapVariant& variant, const char* vertexSource, GLint positionLocation,
@@ -53,10 +61,11 @@ private:
     std::array<bool, kGainMapVariantCount> failed_{};
     // Per variant: the uniforms it shares with the registered program it
     // last took values from (looked up by name once, not every draw), that
-    // program, and where its flat chroma offset goes.
+    // program, and where its own values go.
     std::array<std::vector<SharedUniform>, kGainMapVariantCount> shared_{};
     std::array<GLuint, kGainMapVariantCount> sharedWith_{};
     std::array<GLint, kGainMapVariantCount> flatChromaLocation_{};
+    std::array<GLint, kGainMapVariantCount> logCurvesLocation_{};
 };
 
 // Every active uniform of `to` that `from` also has, by name (each array
@@ -65,5 +74,10 @@ std::vector<SharedUniform> FindSharedUniforms(GLuint from, GLuint to);
 
 // Copies the values of `shared` from `from` into the current program.
 void CopySharedUniforms(GLuint from, const std::vector<SharedUniform>& shared);
+
+// Whether the registered program's current offsets and curves let a
+// picture with input curve `inputCurve` be drawn in logarithms
+// (LogDomainApplies); if so, the constants that takes, in `constants`.
+bool ReadLogDomainConstants(GLuint registered, int32_t inputCurve, float constants[4]);
 
 #endif

@@ -19,11 +19,12 @@ GLuint HdrGenerate::DrawProgram(GLuint registered)
     variant.applyGamma = noGamma != 1;
     variant.outputYuv = outputYUV;
     variant.flatGainChroma = gainChroma.Flat();
-    float chromaOffset[3] = {0.0f, 0.0f, 0.0f};
-    gainChroma.Offset(chromaOffset);
+    GainMapVariantValues values;
+    gainChroma.Offset(values.flatChroma);
+    variant.logDomain = ReadLogDomainConstants(registered, variant.inputCurve, values.logCurves);
     const GLuint program =
         variantPrograms.Prepare(variant, registered, kGainMapVertexShader, Attribute(ATTRIBUTE_POSITION),
-                                Attribute(ATTRIBUTE_TEXCOORD), chromaOffset);
+                                Attribute(ATTRIBUTE_TEXCOORD), values);
     return program != 0 ? program : registered;
 }
 

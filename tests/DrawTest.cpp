@@ -315,7 +315,7 @@ TEST_F(DrawPass, SpecialisedProgramTakesEveryDrawsValues)
     GainMapVariant variant;
     variant.inputCurve = 3;
     variant.flatGainChroma = true;
-    const float chroma[3] = {0.0f, 0.0f, 0.0f};
+    const GainMapVariantValues values;
     const auto readOn = [](GLuint program, const char* name) {
         GLfloat value = -1.0f;
         glGetUniformfv(program, glGetUniformLocation(program, name), &value);
@@ -328,7 +328,7 @@ TEST_F(DrawPass, SpecialisedProgramTakesEveryDrawsValues)
         glUniform1f(glGetUniformLocation(registered, "trfn_inv[3]"), weight / 8.0f);
         const GLuint program = e_->variantPrograms.Prepare(variant, registered, kGainMapVertexShader,
                                                            glGetAttribLocation(registered, "aPosition"),
-                                                           glGetAttribLocation(registered, "aTexcoord"), chroma);
+                                                           glGetAttribLocation(registered, "aTexcoord"), values);
         ASSERT_NE(program, 0u);
         ASSERT_NE(program, registered);
         EXPECT_EQ(readOn(program, "W"), weight);
@@ -336,6 +336,58 @@ TEST_F(DrawPass, SpecialisedProgramTakesEveryDrawsValues)
     }
     EXPECT_EQ(e_->variantPrograms.BuiltCount(), 1);
     glUseProgram(registered);
+}
+
+// A log-domain program takes the constants it is given with every draw, as
+// it takes the registered program's values.
+TEST_F(DrawPass, LogDomainProgramTakesItsConstantsEveryDraw)
+{
+    const GLuint registered = e_->shaderManager->GetProgram();
+    ASSERT_NE(registered, 0u);
+    GainMapVariant variant;
+    variant.inputCurve = 3;
+    variant.logDomain = true;
+    for (const float scale : {0.5f, -2.0f}) {
+        SCOPED_TRACE(scale);
+        GainMapVariantValues values;
+        for (int i = 0; i < 4; ++i) {
+            values.logCurves[i] = scale * static_cast<float>(i + 1);
+        }
+        const GLuint program = e_->variantPrograms.Prepare(variant, registered, kGainMapVertexShader,
+                                                           glGetAttribLocation(registered, "aPosition"),
+                                                           glGetAttribLocation(registered, "aTexcoord"), values);
+        ASSERT_NE(program, 0u);
+        ASSERT_NE(program, registered);
+        GLfloat got[4] = {};
+        glGetUniformfv(program, glGetUniformLocation(program, kLogCurveConstantsUniform), got);
+        for (int i = 0; i < 4; ++i) {
+            EXPECT_EQ(got[i], values.logCurves[i]) << i;
+        }
+    }
+    EXPECT_TRUE(e_->variantPrograms.Built(variant));
+    EXPECT_EQ(e_->variantPrograms.BuiltCount(), 1);
+    glUseProgram(registered);
+}
+
+// The registered program's sRGB-like picture without offsets can be drawn
+// in logarithms; an offset on one channel rules that out.
+TEST_F(DrawPass, RegisteredValuesDecideTheLogDomain)
+{
+    const GLuint registered = e_->shaderManager->GetProgram();
+    ASSERT_NE(registered, 0u);
+    glUseProgram(registered);
+    const float inputCurve[7] = {2.4f, 0.94786727f, 0.0521327f, 0.07739938f, 0.04045f, 0.0f, 0.0f};
+    const float outputCurve[7] = {0.41666666f, 1.1372833f, 0.0f, 12.92f, 0.0031308f, -0.054969788f, 0.0f};
+    glUniform1fv(glGetUniformLocation(registered, "in_trfn"), 7, inputCurve);
+    glUniform1fv(glGetUniformLocation(registered, "trfn_inv"), 7, outputCurve);
+    glUniform4f(glGetUniformLocation(registered, "epsilonSdr"), 0.0f, 0.0f, 0.0f, 1.0f);
+    glUniform4f(glGetUniformLocation(registered, "epsilonHdr"), 0.0f, 0.0f, 0.0f, 1.0f);
+    float constants[4] = {};
+    ASSERT_TRUE(ReadLogDomainConstants(registered, 3, constants));
+    EXPECT_NEAR(constants[0], 0.1855917f, 1e-6f);
+    EXPECT_NEAR(constants[2], -3.6915342f, 1e-6f);
+    glUniform4f(glGetUniformLocation(registered, "epsilonHdr"), 0.0f, 0.0f, 1.0f / 64.0f, 1.0f);
+    EXPECT_FALSE(ReadLogDomainConstants(registered, 3, constants));
 }
 
 // An output twice the planes' size is filtered: the two output pixels over

@@ -21,6 +21,7 @@
 #include "EglTestEnv.h"
 #include "EngineHarness.h"
 #include "GainMapModel.h"
+#include "HdrGainMapVariant.h"
 #include "HdrGenerate.h"
 #include "HdrOutputImages.h"
 #include "HdrRender.h"
@@ -138,6 +139,8 @@ struct Job {
     bool overrideApl = false;  // replace the level the upload computed
     int32_t apl = 0;
     bool generalProgram = false;  // draw with the registered program, not the picture's specialised one
+    bool checkVariant = false;    // the specialised program built must be expectedVariant's
+    GainMapVariant expectedVariant;
 };
 
 // Defaults: a 0..3 stop capacity, a display boost of 8 (both thresholds'
@@ -355,6 +358,9 @@ protected:
         EXPECT_EQ(engine->gainChroma.Flat(), flatPlane(planes.gain[1]) && flatPlane(planes.gain[2]));
         // One specialised program for the picture's class, or none.
         EXPECT_EQ(engine->variantPrograms.BuiltCount(), job.generalProgram ? 0 : 1);
+        if (job.checkVariant && !job.generalProgram) {
+            EXPECT_TRUE(engine->variantPrograms.Built(job.expectedVariant)) << "not the expected class's program";
+        }
         GLint current = 0;
         glGetIntegerv(GL_CURRENT_PROGRAM, &current);
         EXPECT_EQ(static_cast<GLuint>(current), engine->shaderManager->GetProgram())
@@ -707,17 +713,18 @@ Planes FlatChromaPlanes(int w, int h, uint32_t seed, uint8_t u, uint8_t v)
     return p;
 }
 
-// Input curve, gamma applied, YUV output, flat gain-map chroma.
-using PictureClass = std::tuple<int, bool, bool, bool>;
+// Input curve, gamma applied, YUV output, flat gain-map chroma, offsets.
+using PictureClass = std::tuple<int, bool, bool, bool, bool>;
 
 class EndToEndPictureClass : public EndToEndDraw, public ::testing::WithParamInterface<PictureClass> {};
 
 // Each picture class drawn with its specialised program and with the
 // registered general program: both within the model's tolerance, so the
-// two agree to it as well.
+// two agree to it as well. Without offsets the specialised program works
+// in logarithms; with them, it multiplies.
 TEST_P(EndToEndPictureClass, SpecialisedAndGeneralProgramsBothMatchTheModel)
 {
-    const auto [trfn, gamma, yuv, flat] = GetParam();
+    const auto [trfn, gamma, yuv, flat, offsets] = GetParam();
     Job job = DefaultJob();
     job.metadata.trfn = trfn;
     job.metadata.gainMapMin = {{-0.5f, 0.0f, 0.25f}};
@@ -725,7 +732,17 @@ TEST_P(EndToEndPictureClass, SpecialisedAndGeneralProgramsBothMatchTheModel)
     if (gamma) {
         job.metadata.gamma = {{1.6f, 0.8f, 1.2f}};
     }
+    if (offsets) {
+        job.metadata.offsetSdr = {{0.015625f, 0.0f, 0.03f, 1.0f}};
+        job.metadata.offsetHdr = {{0.0f, 0.02f, 0.015625f, 1.0f}};
+    }
     job.outputYUV = yuv;
+    job.checkVariant = true;
+    job.expectedVariant.inputCurve = trfn;
+    job.expectedVariant.applyGamma = gamma;
+    job.expectedVariant.outputYuv = yuv;
+    job.expectedVariant.flatGainChroma = flat;
+    job.expectedVariant.logDomain = !offsets;
     const Planes planes = flat ? FlatChromaPlanes(kWidth, kHeight, 311, 128, 128)
                                : VariedPlanes(kWidth, kHeight, 311);
     DrawAndCompare(planes, job, " (specialised)");
@@ -737,13 +754,32 @@ std::string PictureClassName(const ::testing::TestParamInfo<PictureClass>& info)
 {
     static const char* const kCurves[4] = {"Linear", "Hlg", "Pq", "Srgb"};
     return std::string(kCurves[std::get<0>(info.param)]) + (std::get<1>(info.param) ? "Gamma" : "NoGamma") +
-           (std::get<2>(info.param) ? "Yuv" : "Rgb") + (std::get<3>(info.param) ? "FlatChroma" : "Chroma");
+           (std::get<2>(info.param) ? "Yuv" : "Rgb") + (std::get<3>(info.param) ? "FlatChroma" : "Chroma") +
+           (std::get<4>(info.param) ? "Offsets" : "NoOffsets");
 }
 
 INSTANTIATE_TEST_SUITE_P(Classes, EndToEndPictureClass,
                          ::testing::Combine(::testing::Values(0, 1, 2, 3), ::testing::Bool(),
-                                            ::testing::Bool(), ::testing::Bool()),
+                                            ::testing::Bool(), ::testing::Bool(), ::testing::Bool()),
                          PictureClassName);
+
+// In logarithms the main image's sign is kept apart: channels below zero,
+// at zero and on the input curve's linear segment still come out as the
+// model has them. Every code of every plane, each input curve, no offsets.
+TEST_F(EndToEndDraw, LogDomainKeepsNegativeAndDarkChannels)
+{
+    for (int trfn = 0; trfn < 4; ++trfn) {
+        SCOPED_TRACE(trfn);
+        Job job = DefaultJob();
+        job.metadata.trfn = trfn;
+        job.metadata.gainMapMin = {{-0.5f, 0.0f, 0.25f}};
+        job.metadata.gainMapMax = {{1.5f, 2.0f, 2.5f}};
+        job.checkVariant = true;
+        job.expectedVariant.inputCurve = trfn;
+        job.expectedVariant.logDomain = true;
+        DrawAndCompare(RandomPlanes(kWidth, kHeight, 341 + static_cast<uint32_t>(trfn)), job, " (log domain)");
+    }
+}
 
 // Flat chroma off the centre (a gain map whose U and V are not 128) still
 // gives each channel its own gain on the single-channel path.

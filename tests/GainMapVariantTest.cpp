@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,22 +19,32 @@ bool Has(const std::string& text, const std::string& piece)
     return text.find(piece) != std::string::npos;
 }
 
-GainMapVariant Variant(int curve, bool gamma, bool yuv, bool flat)
+GainMapVariant Variant(int curve, bool gamma, bool yuv, bool flat, bool log = false)
 {
     GainMapVariant v;
     v.inputCurve = curve;
     v.applyGamma = gamma;
     v.outputYuv = yuv;
     v.flatGainChroma = flat;
+    v.logDomain = log;
     return v;
+}
+
+size_t Count(const std::string& text, const std::string& piece)
+{
+    size_t count = 0;
+    for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1)) {
+        ++count;
+    }
+    return count;
 }
 
 TEST(GainMapVariant, EveryClassHasItsOwnIndex)
 {
     std::set<int> seen;
     for (int curve = 0; curve < 4; ++curve) {
-        for (int bits = 0; bits < 8; ++bits) {
-            const int index = GainMapVariantIndex(Variant(curve, bits & 1, bits & 2, bits & 4));
+        for (int bits = 0; bits < 16; ++bits) {
+            const int index = GainMapVariantIndex(Variant(curve, bits & 1, bits & 2, bits & 4, bits & 8));
             EXPECT_GE(index, 0);
             EXPECT_LT(index, kGainMapVariantCount);
             seen.insert(index);
@@ -103,12 +116,125 @@ TEST(GainMapVariant, FlatChromaSamplesTheGainMapOnce)
 TEST(GainMapVariant, EveryTextIsGlslEs300WithTheSameOutput)
 {
     for (int index = 0; index < kGainMapVariantCount; ++index) {
-        const GainMapVariant v = Variant(index / 8, index & 4, index & 2, index & 1);
+        const GainMapVariant v = Variant(index / 16, index & 8, index & 4, index & 2, index & 1);
+        EXPECT_EQ(GainMapVariantIndex(v), index);
         const std::string text = GainMapVariantFragmentSource(v);
         EXPECT_EQ(text.rfind("#version 300 es\nprecision highp float;\n", 0), 0u) << index;
         EXPECT_TRUE(Has(text, "fragColor = vec4(result, 1.0);")) << index;
-        EXPECT_TRUE(Has(text, "exp(logGain * W)")) << index;
+        EXPECT_EQ(Has(text, "exp(logGain * W)"), !v.logDomain) << index;
+        EXPECT_EQ(Has(text, "logHdr = logSdr + logGain * (W * 1.442695041)"), v.logDomain) << index;
     }
+}
+
+// In logarithms each curve costs one transcendental function per channel
+// (the PQ-like input curve two): no exp, and a power only where the form
+// itself has one inside.
+TEST(GainMapVariant, LogDomainTakesOneLogarithmAndOneExp2PerChannel)
+{
+    for (int curve = 0; curve < 4; ++curve) {
+        SCOPED_TRACE(curve);
+        const std::string text = GainMapVariantFragmentSource(Variant(curve, false, false, true, true));
+        EXPECT_FALSE(Has(text, "exp(")) << text;
+        EXPECT_EQ(Count(text, "exp2("), 1u) << text;
+        EXPECT_EQ(Count(text, "log2("), 1u) << text;
+        EXPECT_EQ(Count(text, "pow("), curve == 2 ? 1u : 0u) << text;
+        EXPECT_FALSE(Has(text, "epsilonSdr"));
+        EXPECT_FALSE(Has(text, "EOTF(hdr"));
+        EXPECT_TRUE(Has(text, std::string("uniform vec4 ") + kLogCurveConstantsUniform + ";"));
+        EXPECT_TRUE(Has(text, "result = sdrSign * vec3(logEOTF(logHdr.r), logEOTF(logHdr.g), logEOTF(logHdr.b));"));
+    }
+}
+
+// The parametric input curve's two segments share its one logarithm: the
+// segment picks the argument, not which logarithm to take.
+TEST(GainMapVariant, LogDomainParametricCurvePicksTheLogarithmsArgument)
+{
+    const std::string text = GainMapVariantFragmentSource(Variant(3, false, false, false, true));
+    EXPECT_TRUE(Has(text, "(linear ? 1.0 : g) * log2(linear ? x : a * x + b) + (linear ? logCurveConstants.z : 0.0)"));
+    EXPECT_TRUE(Has(text, "exp2(linear ? l : trfn_inv[0] * (logCurveConstants.x + l))"));
+    EXPECT_TRUE(Has(text, "pow(gain, gainmapGamma.rgb)") == false);
+    EXPECT_TRUE(Has(GainMapVariantFragmentSource(Variant(3, true, false, false, true)), "pow(gain, gainmapGamma.rgb)"));
+}
+
+// The curves of an sRGB-like picture without offsets, as the engine sets
+// them: the parametric input curve and the inverse of sRGB.
+const float kSrgbInput[7] = {2.4f, 0.94786727f, 0.0521327f, 0.07739938f, 0.04045f, 0.0f, 0.0f};
+const float kHlgInput[7] = {-3.0f, 2.0f, 2.0f, 5.5918164f, 0.28466892f, 0.55991071f, 0.0f};
+const float kPqInput[7] = {-2.0f, -0.8359375f, 1.0f, 0.012683313f, 18.8515625f, -18.6875f, 6.2773948f};
+const float kInverseSrgb[7] = {0.41666666f, 1.1372833f, -0.0f, 12.92f, 0.0031308f, -0.054969788f, -0.0f};
+const float kNoOffsets[3] = {0.0f, 0.0f, 0.0f};
+
+TEST(LogDomain, AppliesToEveryInputFormWithoutOffsets)
+{
+    const float identity[7] = {1.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
+    EXPECT_TRUE(LogDomainApplies(0, identity, kInverseSrgb, kNoOffsets, kNoOffsets));
+    EXPECT_TRUE(LogDomainApplies(1, kHlgInput, kInverseSrgb, kNoOffsets, kNoOffsets));
+    EXPECT_TRUE(LogDomainApplies(2, kPqInput, kInverseSrgb, kNoOffsets, kNoOffsets));
+    EXPECT_TRUE(LogDomainApplies(3, kSrgbInput, kInverseSrgb, kNoOffsets, kNoOffsets));
+}
+
+TEST(LogDomain, AnyOffsetOnAnyChannelRulesItOut)
+{
+    for (int c = 0; c < 3; ++c) {
+        float offset[3] = {0.0f, 0.0f, 0.0f};
+        offset[c] = 1.0f / 64.0f;
+        EXPECT_FALSE(LogDomainApplies(3, kSrgbInput, kInverseSrgb, offset, kNoOffsets)) << c;
+        EXPECT_FALSE(LogDomainApplies(3, kSrgbInput, kInverseSrgb, kNoOffsets, offset)) << c;
+    }
+}
+
+TEST(LogDomain, CurvesThatAreNotProductsRuleItOut)
+{
+    float outputWithOffsetInside[7];
+    std::copy(kInverseSrgb, kInverseSrgb + 7, outputWithOffsetInside);
+    outputWithOffsetInside[2] = 0.01f;  // pow(a * x + b, g) with b != 0
+    EXPECT_FALSE(LogDomainApplies(3, kSrgbInput, outputWithOffsetInside, kNoOffsets, kNoOffsets));
+    float outputWithoutScale[7];
+    std::copy(kInverseSrgb, kInverseSrgb + 7, outputWithoutScale);
+    outputWithoutScale[1] = 0.0f;
+    EXPECT_FALSE(LogDomainApplies(3, kSrgbInput, outputWithoutScale, kNoOffsets, kNoOffsets));
+    float outputNotFinite[7];
+    std::copy(kInverseSrgb, kInverseSrgb + 7, outputNotFinite);
+    outputNotFinite[5] = std::numeric_limits<float>::infinity();
+    EXPECT_FALSE(LogDomainApplies(3, kSrgbInput, outputNotFinite, kNoOffsets, kNoOffsets));
+
+    float inputWithOffset[7];
+    std::copy(kSrgbInput, kSrgbInput + 7, inputWithOffset);
+    inputWithOffset[5] = 0.01f;  // e
+    EXPECT_FALSE(LogDomainApplies(3, inputWithOffset, kInverseSrgb, kNoOffsets, kNoOffsets));
+    std::copy(kSrgbInput, kSrgbInput + 7, inputWithOffset);
+    inputWithOffset[6] = 0.01f;  // f
+    EXPECT_FALSE(LogDomainApplies(3, inputWithOffset, kInverseSrgb, kNoOffsets, kNoOffsets));
+    std::copy(kSrgbInput, kSrgbInput + 7, inputWithOffset);
+    inputWithOffset[3] = 0.0f;  // no linear slope to take the logarithm of
+    EXPECT_FALSE(LogDomainApplies(3, inputWithOffset, kInverseSrgb, kNoOffsets, kNoOffsets));
+    float hlgScaled[7];
+    std::copy(kHlgInput, kHlgInput + 7, hlgScaled);
+    hlgScaled[6] = 0.5f;  // K = f + 1 != 1
+    EXPECT_FALSE(LogDomainApplies(1, hlgScaled, kInverseSrgb, kNoOffsets, kNoOffsets));
+    EXPECT_FALSE(LogDomainApplies(4, kSrgbInput, kInverseSrgb, kNoOffsets, kNoOffsets));
+    EXPECT_FALSE(LogDomainApplies(-1, kSrgbInput, kInverseSrgb, kNoOffsets, kNoOffsets));
+}
+
+TEST(LogDomain, ConstantsOfTheSrgbCurvesByHand)
+{
+    float k[4] = {};
+    LogDomainConstants(3, kSrgbInput, kInverseSrgb, k);
+    EXPECT_NEAR(k[0], 0.1855917, 1e-6);   // log2(1.1372833) = log2(1.055^2.4)
+    EXPECT_NEAR(k[1], -8.3192529, 1e-5);  // log2(0.0031308)
+    EXPECT_NEAR(k[2], -3.6915342, 1e-6);  // log2(1 / 12.92)
+    EXPECT_EQ(k[3], 0.0f);
+}
+
+TEST(LogDomain, ThresholdAtZeroIsMinusInfinityAndOtherFormsHaveNoSlope)
+{
+    float output[7];
+    std::copy(kInverseSrgb, kInverseSrgb + 7, output);
+    output[4] = 0.0f;  // no linear segment: every value takes the power
+    float k[4] = {};
+    LogDomainConstants(1, kHlgInput, output, k);
+    EXPECT_TRUE(std::isinf(k[1]) && k[1] < 0.0f);
+    EXPECT_EQ(k[2], 0.0f);
 }
 
 TEST(FlatGainChroma, CentredBytesGiveTheHandWorkedOffsets)

@@ -40,10 +40,11 @@ int main(int argc, char** argv)
               WriteFile(dir + "/gainmap.frag", kGainMapFragmentShader);
     for (int index = 0; ok && index < kGainMapVariantCount; ++index) {
         GainMapVariant variant;
-        variant.inputCurve = index / 8;
-        variant.applyGamma = (index & 4) != 0;
-        variant.outputYuv = (index & 2) != 0;
-        variant.flatGainChroma = (index & 1) != 0;
+        variant.inputCurve = index / 16;
+        variant.applyGamma = (index & 8) != 0;
+        variant.outputYuv = (index & 4) != 0;
+        variant.flatGainChroma = (index & 2) != 0;
+        variant.logDomain = (index & 1) != 0;
         const std::string text = GainMapVariantFragmentSource(variant);
         ok = WriteFile(dir + "/gainmap-variant-" + std::to_string(index) + ".frag", text.c_str());
     }

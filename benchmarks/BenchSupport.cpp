@@ -250,12 +250,14 @@ void AddMachineContext()
 const std::vector<Workload>& Workloads()
 {
     static const std::vector<Workload> workloads = {
-        {"phone12mp_4k", "12 MP phone photo (4032x3024, 1008x756 single-channel gain map) to 3840x2160", 4032,
-         3024, 1008, 756, false, 3840, 2160},
-        {"phone12mp_1080p", "12 MP phone photo (4032x3024, 1008x756 single-channel gain map) to 1920x1080", 4032,
-         3024, 1008, 756, false, 1920, 1080},
-        {"camera24mp_4k", "24 MP camera photo (6000x4000, full-size three-channel gain map) to 3840x2160", 6000,
-         4000, 6000, 4000, true, 3840, 2160},
+        {"phone12mp_4k", "12 MP phone photo (4032x3024, 1008x756 single-channel gain map, no offsets) to 3840x2160",
+         4032, 3024, 1008, 756, false, 3840, 2160, 0.0f},
+        {"phone12mp_1080p",
+         "12 MP phone photo (4032x3024, 1008x756 single-channel gain map, no offsets) to 1920x1080", 4032, 3024,
+         1008, 756, false, 1920, 1080, 0.0f},
+        {"camera24mp_4k",
+         "24 MP camera photo (6000x4000, full-size three-channel gain map, offsets 1/64) to 3840x2160", 6000, 4000,
+         6000, 4000, true, 3840, 2160, 1.0f / 64.0f},
     };
     return workloads;
 }
@@ -313,8 +315,8 @@ HdrInfo MakeInfo(const Workload& workload, const PlaneSet& planes)
         info.gainMapMin[i] = 0.0f;
         info.gainMapMax[i] = 2.0f;
         info.gamma[i] = 1.0f;
-        info.offsetSdr[i] = 1.0f / 64.0f;
-        info.offsetHdr[i] = 1.0f / 64.0f;
+        info.offsetSdr[i] = workload.offset;
+        info.offsetHdr[i] = workload.offset;
     }
     info.gainMapMin[3] = 0.0f;
     info.gainMapMax[3] = 1.0f;

@@ -32,6 +32,9 @@ struct Workload {
     bool gainChroma;    // false: U and V of the gain map are flat 128
     int outputWidth;
     int outputHeight;
+    // The SDR and HDR offsets of R, G and B. Without them (as the phone
+    // sample's own metadata has it) the draw works in logarithms.
+    float offset;
 
     int64_t MainPlaneBytes() const { return int64_t{mainWidth} * mainHeight; }
     int64_t GainPlaneBytes() const { return int64_t{gainWidth} * gainHeight; }

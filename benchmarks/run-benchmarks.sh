@@ -147,13 +147,13 @@ for run in merged["benchmarks"]:
 
 WORKLOADS = [
     ("phone12mp_4k", "12 MP phone photo to 3840 × 2160",
-     "4032 × 3024 main image, 1008 × 756 single-channel gain map (its U and V planes flat 128)",
+     "4032 × 3024 main image, 1008 × 756 single-channel gain map (its U and V planes flat 128), no offsets",
      4032 * 3024, 1008 * 756, 3840, 2160),
     ("phone12mp_1080p", "12 MP phone photo to 1920 × 1080",
-     "4032 × 3024 main image, 1008 × 756 single-channel gain map (its U and V planes flat 128)",
+     "4032 × 3024 main image, 1008 × 756 single-channel gain map (its U and V planes flat 128), no offsets",
      4032 * 3024, 1008 * 756, 1920, 1080),
     ("camera24mp_4k", "24 MP camera photo to 3840 × 2160",
-     "6000 × 4000 main image, 6000 × 4000 three-channel gain map",
+     "6000 × 4000 main image, 6000 × 4000 three-channel gain map, offsets 1/64",
      6000 * 4000, 6000 * 4000, 3840, 2160),
 ]
 

@@ -51,7 +51,9 @@ const char* const kLogCurveDeclaration = "uniform vec4 logCurveConstants;\n";
 
 // log2 of the input curve's magnitude, with one logarithm per call: where
 // the form has two segments, the segment picks the logarithm's argument
-// rather than which of two logarithms to take.
+// rather than which of two logarithms to take. GLSL leaves log2 of zero
+// undefined; 1e-30 stands in for it, a value whose every power the output
+// curve takes is far below one output code.
 const char* const kLogInputCurveStart =
     "float logOETF(float x)\n"
     "{\n"
@@ -66,11 +68,12 @@ const char* const kLogInputCurveStart =
 
 const char* const kLogInputCurveBody[4] = {
     "",
-    "\treturn x * a <= 1.0 ? b * log2(x * a) : ((x - e) * c + d) * 1.442695041;\n",
+    "\treturn x * a <= 1.0 ? b * log2(max(x * a, 1.0e-30)) : ((x - e) * c + d) * 1.442695041;\n",
     "\tfloat K = pow(x, c);\n"
-    "\treturn f * log2(max(a + b * K, 0.0) / (d + e * K));\n",
+    "\treturn f * log2(max(max(a + b * K, 0.0) / (d + e * K), 1.0e-30));\n",
     "\tbool linear = x < d;\n"
-    "\treturn (linear ? 1.0 : g) * log2(linear ? x : a * x + b) + (linear ? logCurveConstants.z : 0.0);\n",
+    "\treturn (linear ? 1.0 : g) * log2(max(linear ? x : a * x + b, 1.0e-30)) + (linear ? logCurveConstants.z : "
+    "0.0);\n",
 };
 
 // The output curve of a magnitude given as its log2; one exp2 per call.
@@ -108,7 +111,7 @@ const char* const kApplyInputCurve = "\tsdr = vec3(OETF(sdr.r), OETF(sdr.g), OET
 // Without offsets the HDR value keeps the sign of the main image's value.
 const char* const kLogSdr = "\tvec3 sdrSign = vec3(1.0) - 2.0 * vec3(lessThan(sdr, vec3(0.0)));\n";
 const char* const kLogSdrDecoded = "\tvec3 logSdr = vec3(logOETF(sdr.r), logOETF(sdr.g), logOETF(sdr.b));\n";
-const char* const kLogSdrLinear = "\tvec3 logSdr = log2(abs(sdr));\n";
+const char* const kLogSdrLinear = "\tvec3 logSdr = log2(max(abs(sdr), vec3(1.0e-30)));\n";
 
 const char* const kSampleGain = HDR_GLSL_SAMPLE_GAIN;
 

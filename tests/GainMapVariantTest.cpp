@@ -150,7 +150,8 @@ TEST(GainMapVariant, LogDomainTakesOneLogarithmAndOneExp2PerChannel)
 TEST(GainMapVariant, LogDomainParametricCurvePicksTheLogarithmsArgument)
 {
     const std::string text = GainMapVariantFragmentSource(Variant(3, false, false, false, true));
-    EXPECT_TRUE(Has(text, "(linear ? 1.0 : g) * log2(linear ? x : a * x + b) + (linear ? logCurveConstants.z : 0.0)"));
+    EXPECT_TRUE(Has(text, "(linear ? 1.0 : g) * log2(max(linear ? x : a * x + b, 1.0e-30)) + "
+                          "(linear ? logCurveConstants.z : 0.0)"));
     EXPECT_TRUE(Has(text, "exp2(linear ? l : trfn_inv[0] * (logCurveConstants.x + l))"));
     EXPECT_TRUE(Has(text, "pow(gain, gainmapGamma.rgb)") == false);
     EXPECT_TRUE(Has(GainMapVariantFragmentSource(Variant(3, true, false, false, true)), "pow(gain, gainmapGamma.rgb)"));

@@ -150,6 +150,22 @@ TEST(ConvertCli, RawFormatIsPlainRgba)
     EXPECT_EQ(raw, png.rgba);
 }
 
+// A raw file written in several chunks (gathered on a second thread while
+// the last is written, the last one short) holds the same pixels as the PNG.
+TEST(ConvertCli, RawFormatInSeveralChunksIsPlainRgba)
+{
+    const std::string dir = converttest::FreshDirectory("cli-raw-chunks");
+    // 1200-byte rows: 873 rows a mebibyte chunk, so 2000 rows take three.
+    const std::string sample = SmallSample(dir, "tall.jpg", 300, 2000);
+    ASSERT_EQ(RunConverter({"--format", "raw", sample, "-o", dir + "/raw"}).exitCode, 0);
+    ASSERT_EQ(RunConverter({"--format=png", "--png-level", "1", sample, "-o", dir + "/png"}).exitCode, 0);
+    const std::vector<uint8_t> raw = converttest::ReadFile(dir + "/raw/tall.rgba");
+    EXPECT_EQ(raw.size(), 300u * 2000u * 4u);
+    converttest::RgbaImage png;
+    ASSERT_TRUE(converttest::ReadPng(dir + "/png/tall.png", &png));
+    EXPECT_TRUE(raw == png.rgba) << "raw and PNG pixels differ";
+}
+
 TEST(ConvertCli, SizeOptionSetsTheOutputSize)
 {
     const std::string dir = converttest::FreshDirectory("cli-size");

@@ -2,8 +2,9 @@
 // decides every choice per fragment through uniforms; on a software
 // rasteriser both sides of such a branch are executed for every fragment, so
 // the draw uses a program whose text keeps only the path the picture takes.
-// Every variant computes exactly the general program's expressions for its
-// picture class and reads the same uniforms under the same names.
+// Every variant computes the general program's values for its picture class
+// (the log-domain ones by sums of logarithms, equal but for rounding) and
+// reads the same uniforms under the same names, plus its own values.
 #ifndef HDR_GAIN_MAP_VARIANT_H
 #define HDR_GAIN_MAP_VARIANT_H
 

@@ -43,6 +43,15 @@ protected:
         harness_.reset();
         faults::Reset();
     }
+    // The variant's program prepared from the registered program, as the
+    // draw prepares it.
+    GLuint PrepareVariant(const GainMapVariant& variant, const GainMapVariantValues& values)
+    {
+        const GLuint registered = e_->shaderManager->GetProgram();
+        return e_->variantPrograms.Prepare(variant, registered, kGainMapVertexShader,
+                                           glGetAttribLocation(registered, "aPosition"),
+                                           glGetAttribLocation(registered, "aTexcoord"), values);
+    }
     std::unique_ptr<EngineHarness> harness_;
     HdrGenerate* e_ = nullptr;
 };
@@ -326,9 +335,7 @@ TEST_F(DrawPass, SpecialisedProgramTakesEveryDrawsValues)
         glUseProgram(registered);
         glUniform1f(glGetUniformLocation(registered, "W"), weight);
         glUniform1f(glGetUniformLocation(registered, "trfn_inv[3]"), weight / 8.0f);
-        const GLuint program = e_->variantPrograms.Prepare(variant, registered, kGainMapVertexShader,
-                                                           glGetAttribLocation(registered, "aPosition"),
-                                                           glGetAttribLocation(registered, "aTexcoord"), values);
+        const GLuint program = PrepareVariant(variant, values);
         ASSERT_NE(program, 0u);
         ASSERT_NE(program, registered);
         EXPECT_EQ(readOn(program, "W"), weight);
@@ -353,9 +360,7 @@ TEST_F(DrawPass, LogDomainProgramTakesItsConstantsEveryDraw)
         for (int i = 0; i < 4; ++i) {
             values.logCurves[i] = scale * static_cast<float>(i + 1);
         }
-        const GLuint program = e_->variantPrograms.Prepare(variant, registered, kGainMapVertexShader,
-                                                           glGetAttribLocation(registered, "aPosition"),
-                                                           glGetAttribLocation(registered, "aTexcoord"), values);
+        const GLuint program = PrepareVariant(variant, values);
         ASSERT_NE(program, 0u);
         ASSERT_NE(program, registered);
         GLfloat got[4] = {};

@@ -136,34 +136,31 @@ TEST(ConvertCli, RefusesBadFilesAndGoesOn)
     EXPECT_TRUE(ok.err.empty()) << ok.err;
 }
 
-// Raw output: exactly width * height * 4 bytes, the same pixels as the PNG.
-TEST(ConvertCli, RawFormatIsPlainRgba)
+// Converts a w x h sample to raw and to PNG: the raw file is exactly
+// w * h * 4 bytes, the same pixels as the PNG.
+void ExpectRawIsThePngsRgba(const std::string& dir, int w, int h)
 {
-    const std::string dir = converttest::FreshDirectory("cli-raw");
-    const std::string sample = SmallSample(dir, "pic.jpg", 50, 30);
-    ASSERT_EQ(RunConverter({"--format", "raw", sample, "-o", dir + "/raw"}).exitCode, 0);
-    ASSERT_EQ(RunConverter({"--format=png", "--png-level", "9", sample, "-o", dir + "/png"}).exitCode, 0);
-    const std::vector<uint8_t> raw = converttest::ReadFile(dir + "/raw/pic.rgba");
-    EXPECT_EQ(raw.size(), 50u * 30u * 4u);
-    converttest::RgbaImage png;
-    ASSERT_TRUE(converttest::ReadPng(dir + "/png/pic.png", &png));
-    EXPECT_EQ(raw, png.rgba);
-}
-
-// A raw file written in several chunks (gathered on a second thread while
-// the last is written, the last one short) holds the same pixels as the PNG.
-TEST(ConvertCli, RawFormatInSeveralChunksIsPlainRgba)
-{
-    const std::string dir = converttest::FreshDirectory("cli-raw-chunks");
-    // 1200-byte rows: 873 rows a mebibyte chunk, so 2000 rows take three.
-    const std::string sample = SmallSample(dir, "tall.jpg", 300, 2000);
+    const std::string sample = SmallSample(dir, "pic.jpg", w, h);
     ASSERT_EQ(RunConverter({"--format", "raw", sample, "-o", dir + "/raw"}).exitCode, 0);
     ASSERT_EQ(RunConverter({"--format=png", "--png-level", "1", sample, "-o", dir + "/png"}).exitCode, 0);
-    const std::vector<uint8_t> raw = converttest::ReadFile(dir + "/raw/tall.rgba");
-    EXPECT_EQ(raw.size(), 300u * 2000u * 4u);
+    const std::vector<uint8_t> raw = converttest::ReadFile(dir + "/raw/pic.rgba");
+    EXPECT_EQ(raw.size(), static_cast<size_t>(w) * static_cast<size_t>(h) * 4u);
     converttest::RgbaImage png;
-    ASSERT_TRUE(converttest::ReadPng(dir + "/png/tall.png", &png));
+    ASSERT_TRUE(converttest::ReadPng(dir + "/png/pic.png", &png));
     EXPECT_TRUE(raw == png.rgba) << "raw and PNG pixels differ";
+}
+
+TEST(ConvertCli, RawFormatIsPlainRgba)
+{
+    ExpectRawIsThePngsRgba(converttest::FreshDirectory("cli-raw"), 50, 30);
+}
+
+// Written in several chunks (the next gathered on a second thread while one
+// is written, the last one short): 1200-byte rows make 873 rows a mebibyte
+// chunk, so 2000 rows take three.
+TEST(ConvertCli, RawFormatInSeveralChunksIsPlainRgba)
+{
+    ExpectRawIsThePngsRgba(converttest::FreshDirectory("cli-raw-chunks"), 300, 2000);
 }
 
 TEST(ConvertCli, SizeOptionSetsTheOutputSize)

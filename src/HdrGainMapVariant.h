@@ -41,7 +41,8 @@ extern const char* const kLogCurveConstantsUniform;
 // gain, so a variant can work in base-2 logarithms: the input curve ends in
 // log2 instead of a power, the gain is added instead of multiplied through
 // an exp, and the output curve's power becomes one exp2. Per channel that is
-// two transcendental functions instead of three to seven. It applies when
+// two transcendental functions (four for the PQ-like form) instead of three
+// to seven. It applies when
 // the offsets of R, G and B are all zero, the output curve's power segment
 // has no offset inside (b = 0) and a positive scale, and the input curve's
 // form is a product: no offsets in the parametric form (e = f = 0) and a

@@ -29,9 +29,9 @@ GLuint CompileStage(GLenum kind, const char* source)
     return shader;
 }
 
-// Elements 0 .. count - 1 of the float array (or vector) uniform `name`:
-// arrays element by element, each by its own name. False when the program
-// has no such active uniform.
+// The float array uniform `name`, elements 0 .. count - 1 each by its own
+// name, or (array false) the float vector `name` whole, into values (room
+// for count floats). False when the program has no such active uniform.
 bool ReadFloats(GLuint program, const char* name, int count, bool array, float* values)
 {
     for (int i = 0; i < (array ? count : 1); ++i) {

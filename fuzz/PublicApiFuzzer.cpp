@@ -1,10 +1,10 @@
 // Fuzz target of the public interface, driven as a careless or hostile host
 // would: each input is a short program of calls (initialisation in either
 // mode, metadata intakes, Begin/write/End in any order and for any plane,
-// both draws, the surface, the render path, teardown), with small picture
-// sizes and probes at the limits (0, negative, beyond the texture size,
-// products beyond 32 bits), arbitrary float metadata, gamut and transfer
-// codes, rotations and mirrors.
+// texture reservations, both draws, the surface, the render path,
+// teardown), with small picture sizes and probes at the limits (0, negative,
+// beyond the texture size, products beyond 32 bits), arbitrary float
+// metadata, gamut and transfer codes, rotations and mirrors.
 //
 // The host keeps its side of the contract and nothing more: after a
 // successful intake in the streaming mode it writes every byte of the planes
@@ -185,7 +185,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     GpuGenerateHdrInit(option);
     for (int step = 0; step < 24 && !p.Done(); ++step) {
-        switch (p.Byte() % 12) {
+        switch (p.Byte() % 13) {
         case 0:
         case 1: {
             host.Describe(p);
@@ -250,6 +250,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             GpuGenerateHdrDestroy();
             host.mappings = nullptr;
             break;
+        case 11: {
+            // Direct-mode textures of any sizes, the probes at the limits included.
+            const int32_t mainWidth = p.Side();
+            const int32_t mainHeight = p.Side();
+            const int32_t gainMapWidth = p.Side();
+            const int32_t gainMapHeight = p.Side();
+            GpuGenerateHdrReserveTextures(mainWidth, mainHeight, gainMapWidth, gainMapHeight);
+            break;
+        }
         default:
             if (GpuGenerateHdrInit(option) == 0) {
                 host.mappings = nullptr;

@@ -117,6 +117,16 @@ int GpuGenerateHdrInit(const GpuGenerateHdrInitOption& option);
 // plane between UpdateDataBegin and UpdateDataEnd). Null on any failure.
 uint8_t** GpuGenerateHdrSetHdrInfo(HdrInfo* hdrInfo);
 
+// Direct mode: gives the six input textures storage for planes of these
+// sizes now, so that GpuGenerateHdrSetHdrInfo with pictures of exactly these
+// sizes only copies the planes in. Call it after GpuGenerateHdrInit, for
+// example while the first picture is still being decoded. A picture of other
+// sizes drops the reservation and is uploaded as without one; a later call
+// replaces it. 0 on success; 12 not initialised or in the streaming mode;
+// 13 a size below 1 or beyond the GL implementation's textures; 3 bind or
+// unbind failed; 11 GL error (no reservation is left).
+int GpuGenerateHdrReserveTextures(int mainImageWidth, int mainImageHeight, int gainMapWidth, int gainMapHeight);
+
 // Streaming mode: Begin binds the context and readies plane `plane` (0..5:
 // main Y, U, V, gain-map Y, U, V) for writing; End (with that plane's size)
 // copies it into its texture and unbinds. Non-zero on success, 0 on failure.

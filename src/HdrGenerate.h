@@ -77,6 +77,12 @@ public:
     int UpdatePBOsFinished();
     bool UpdateDataBegin(int plane);
     bool UpdateDataEnd(int width, int height);
+    // Direct mode: immutable storage for the six input textures, of the
+    // sizes {main width, height, gain-map width, height}. Pictures of exactly
+    // those sizes are then copied into it at the intake instead of having
+    // their textures allocated there. 0; 12 in the streaming mode; 13 for
+    // sizes this GL refuses; 11 for a GL error (the reservation is dropped).
+    int ReserveTextures(const int32_t sizes[4]);
 
     // Metadata intake: stores and logs the job, makes the output surface
     // (streaming mode) and uploads the planes. The address of mappedPlanes
@@ -148,10 +154,9 @@ public:
 
     static HdrGenerate* pInstance;
 
-    // Kept for the exported names and the recorded layout only:
-    // saveToFile does nothing, and nothing in the engine sets
-    // hasTextureStorage (so textureSizes is never read) outside tests that
-    // exercise the immutable-storage upload.
+    // saveToFile does nothing: kept for the exported names. The direct
+    // mode's textures have immutable storage of textureSizes while
+    // hasTextureStorage is set (ReserveTextures).
     void saveToFile();
     bool hasTextureStorage;
     int32_t textureSizes[4];
@@ -179,6 +184,12 @@ private:
     int32_t ComputeApl(const uint8_t* plane, int32_t available, int width, int height);
     DataInfo PlaneOf(int plane) const;
     void ForgetMappings();
+    // Replaces the plane's texture by a new one without storage, bound on
+    // the plane's unit: immutable storage can only be dropped with its
+    // texture.
+    void RenewInputTexture(int plane);
+    // Drops the direct mode's reserved storage, every texture renewed.
+    void DropTextureReservation();
 
     void ApplyDirectModeOutput();
     void ReleaseOutputSurface(EGLInfo& egl);

@@ -4,6 +4,8 @@
 // UpdateDataBegin and UpdateDataEnd; a fence issued after the buffers are
 // prepared is waited on before the first plane of the next picture.
 // Either way the picture's average level (APL) comes from the main luma.
+// The direct mode's textures can be given storage ahead of the first picture
+// (ReserveTextures), so that its intake only copies.
 #define HDR_LOG_FILE "HdrGenerate.cpp"
 
 #include "HdrCommon.h"
@@ -53,6 +55,64 @@ void HdrGenerate::InitTextures()
         SetSamplingParameters();
     }
     HDR_LOG("HdrGenerate::InitTextures end");
+}
+
+void HdrGenerate::RenewInputTexture(int plane)
+{
+    glActiveTexture(GL_TEXTURE0 + plane);
+    glDeleteTextures(1, &inputTextures[plane]);
+    glGenTextures(1, &inputTextures[plane]);
+    glBindTexture(GL_TEXTURE_2D, inputTextures[plane]);
+    SetSamplingParameters();
+    if (plane >= GAINMAP_U) {
+        gainChroma.Forget(plane - GAINMAP_U);
+    }
+}
+
+void HdrGenerate::DropTextureReservation()
+{
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        RenewInputTexture(plane);
+    }
+    hasTextureStorage = false;
+}
+
+int HdrGenerate::ReserveTextures(const int32_t sizes[4])
+{
+    HDR_LOG("HdrGenerate::ReserveTextures start");
+    if (initOption.usePBO) {
+        HDR_LOG("%d ERROR: the streaming mode's textures are sized by its upload buffers\n", __LINE__);
+        return GPU_GENERATE_ERROR_CALL_ORDER;
+    }
+    HdrInfo requested{};
+    requested.nMainImageWidth = sizes[0];
+    requested.nMainImageHeight = sizes[1];
+    requested.nGainMapWidth = sizes[2];
+    requested.nGainMapHeight = sizes[3];
+    if (!HdrPlaneSizesAccepted(requested)) {
+        return GPU_GENERATE_ERROR_BAD_INPUT;
+    }
+    for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
+        // Always on a new texture: storage given once is immutable, and on
+        // llvmpipe (Mesa 22.3) a texture that held an image before it was
+        // given storage drew wrong pixels from it.
+        RenewInputTexture(plane);
+        const int32_t* size = plane < GAINMAP_Y ? &sizes[0] : &sizes[2];
+        glTexStorage2D(GL_TEXTURE_2D, 1, GL_R8, size[0], size[1]);
+    }
+    hasTextureStorage = true;
+    if (!GL_error_check()) {
+        HDR_LOG("%d ERROR: GL_error\n", __LINE__);
+        DropTextureReservation();
+        return GPU_GENERATE_ERROR_GL;
+    }
+    for (int i = 0; i < 4; ++i) {
+        textureSizes[i] = sizes[i];
+    }
+    HDR_LOG("HdrGenerate::ReserveTextures: main image %d x %d, gain map %d x %d", sizes[0], sizes[1], sizes[2],
+            sizes[3]);
+    HDR_LOG("HdrGenerate::ReserveTextures end");
+    return GPU_GENERATE_SUCCESS;
 }
 
 void HdrGenerate::InitPBOTextures()
@@ -125,6 +185,17 @@ int HdrGenerate::UpdateTextures()
                 HDR_LOG("%d ERROR: Input date is nullptr\n", __LINE__);
                 return GPU_GENERATE_ERROR_BAD_INPUT;
             }
+        }
+        const bool fitsReservation =
+            hdrInfo.nMainImageWidth == textureSizes[0] && hdrInfo.nMainImageHeight == textureSizes[1] &&
+            hdrInfo.nGainMapWidth == textureSizes[2] && hdrInfo.nGainMapHeight == textureSizes[3];
+        if (hasTextureStorage && !fitsReservation) {
+            HDR_LOG(
+                "HdrGenerate::UpdateTextures: planes of %d x %d and %d x %d, reserved %d x %d and %d x %d: "
+                "reservation dropped",
+                hdrInfo.nMainImageWidth, hdrInfo.nMainImageHeight, hdrInfo.nGainMapWidth, hdrInfo.nGainMapHeight,
+                textureSizes[0], textureSizes[1], textureSizes[2], textureSizes[3]);
+            DropTextureReservation();
         }
         for (int plane = 0; plane < DATA_TYPE_COUNT; ++plane) {
             glActiveTexture(GL_TEXTURE0 + plane);

@@ -108,6 +108,29 @@ uint8_t** GpuGenerateHdrSetHdrInfo(HdrInfo* hdrInfo)
     return result;
 }
 
+int GpuGenerateHdrReserveTextures(int mainImageWidth, int mainImageHeight, int gainMapWidth, int gainMapHeight)
+{
+    HDR_CALL_GUARD(GPU_GENERATE_ERROR_CALL_ORDER)
+    HDR_LOG("GpuGenerateHdrReserveTextures start");
+    if (!HdrRender::GetInstance()->IsInited()) {
+        HDR_LOG("%d ERROR: Not call GpuGenerateHdrInit or GpuGenerateHdrInit fail\n", __LINE__);
+        return GPU_GENERATE_ERROR_CALL_ORDER;
+    }
+    HdrScopedBinding binding;
+    if (!binding.Bound()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return GPU_GENERATE_ERROR_NO_CONTEXT;
+    }
+    const int32_t sizes[4] = {mainImageWidth, mainImageHeight, gainMapWidth, gainMapHeight};
+    const int result = HdrGenerate::GetInstance()->ReserveTextures(sizes);
+    if (!binding.Release()) {
+        HDR_LOG("%d ERROR: no context\n", __LINE__);
+        return GPU_GENERATE_ERROR_NO_CONTEXT;
+    }
+    HDR_LOG("GpuGenerateHdrReserveTextures end");
+    return result;
+}
+
 int GpuGenerateHdrUpdateDataBegin(int& plane)
 {
     HDR_CALL_GUARD(0)

@@ -3,7 +3,7 @@
 #   cmake -DLIBRARY=<libhdrgpubackend.so> -DNM=<nm> -DGROUP=<group> -P ExportsTest.cmake
 #
 # GROUP is one of
-#   EntryPoints     the nine public entry points under their C++ (overload-
+#   EntryPoints     the ten public entry points under their C++ (overload-
 #                   mangled) names, and no unmangled C symbol of the same name;
 #   ClassMethods    methods and static members of HdrGenerate, HdrRender,
 #                   HdrFactorySettings and Tessara::TSShaderManager under their
@@ -76,6 +76,8 @@ if(GROUP STREQUAL "EntryPoints")
     _Z18GpuGenerateHdrInitRK24GpuGenerateHdrInitOption
     # uint8_t** GpuGenerateHdrSetHdrInfo(HdrInfo*)
     _Z24GpuGenerateHdrSetHdrInfoP7HdrInfo
+    # int GpuGenerateHdrReserveTextures(int, int, int, int)
+    _Z29GpuGenerateHdrReserveTexturesiiii
     # int GpuGenerateHdrUpdateDataBegin(int&)
     _Z29GpuGenerateHdrUpdateDataBeginRi
     # int GpuGenerateHdrUpdateDataEnd(int&, int&): the second int& is substitution S_
@@ -93,7 +95,7 @@ if(GROUP STREQUAL "EntryPoints")
     expect_symbol("${table}" "T" "${name}")
   endforeach()
   # C++ linkage only: no plain C symbol that would clash between the overloads.
-  foreach(name GpuGenerateHdrInit GpuGenerateHdrSetHdrInfo GpuGenerateHdrUpdateDataBegin
+  foreach(name GpuGenerateHdrInit GpuGenerateHdrSetHdrInfo GpuGenerateHdrReserveTextures GpuGenerateHdrUpdateDataBegin
                GpuGenerateHdrUpdateDataEnd GpuGenerateHdr GpuGenerateGetTBM GpuRender
                GpuGenerateHdrDestroy)
     expect_no_symbol("${table}" "${name}")

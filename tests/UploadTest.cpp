@@ -76,6 +76,48 @@ TEST_F(Upload, DirectPlanesReachTheirTexturesAtOddSizes)
     EXPECT_EQ(table.at(5).height, 271);
 }
 
+// Reserved storage is immutable, takes the planes of its sizes, and is
+// dropped (textures mutable again) by planes of other sizes.
+TEST_F(Upload, ReservedStorageIsImmutableUntilOtherSizesCome)
+{
+    EngineHarness harness(33, 17, display_);
+    ASSERT_TRUE(harness.ok());
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    // Read on a unit of no plane's, so that every plane keeps its texture bound.
+    const auto immutable = [e](int plane) {
+        GLint value = -1;
+        glActiveTexture(OUTPUT_TEXTURE_UNIT + 1);
+        glBindTexture(GL_TEXTURE_2D, e->inputTextures[plane]);
+        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_IMMUTABLE_FORMAT, &value);
+        glBindTexture(GL_TEXTURE_2D, 0);
+        return value;
+    };
+    const int32_t sizes[4] = {33, 17, 9, 5};
+    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+    ASSERT_EQ(e->ReserveTextures(sizes), 0);
+    for (int plane = 0; plane < 6; ++plane) {
+        EXPECT_EQ(immutable(plane), GL_TRUE) << "plane " << plane;
+    }
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+    EXPECT_TRUE(e->hasTextureStorage);
+    EXPECT_EQ(e->textureSizes[2], 9);
+
+    const Planes fitting = MakePlanes(33, 17, 9, 5, 3);
+    ASSERT_EQ(harness.Upload(fitting), 0);
+    ExpectTexturesHold(fitting);
+    EXPECT_TRUE(e->hasTextureStorage);
+
+    const Planes other = MakePlanes(33, 17, 9, 6, 4);
+    ASSERT_EQ(harness.Upload(other), 0);
+    ExpectTexturesHold(other);
+    EXPECT_FALSE(e->hasTextureStorage);
+    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+    for (int plane = 0; plane < 6; ++plane) {
+        EXPECT_EQ(immutable(plane), GL_FALSE) << "plane " << plane;
+    }
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+}
+
 // A plane of all 255 has APL 255.
 TEST_F(Upload, AplOfAWhitePlaneIs255)
 {

@@ -5,7 +5,7 @@
 hdrgpu_add_test(public_api_tests INTERNAL
   SOURCES PublicApiStatesTest.cpp PublicApiEdgesTest.cpp PublicApiInitTest.cpp PublicApiRenderTest.cpp
           PublicApiCyclesTest.cpp PublicApiBindingTest.cpp PublicApiThreadsTest.cpp PublicApiBadInputTest.cpp
-          PublicApiOrderTest.cpp
+          PublicApiOrderTest.cpp PublicApiReserveTest.cpp
           support/ConstantsModel.cpp support/GainMapModel.cpp support/EngineTestSupport.cpp)
 
 foreach(group EntryPoints ClassMethods ToolkitGlobals)

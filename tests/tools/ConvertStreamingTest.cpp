@@ -407,15 +407,14 @@ TEST(EncodedRender, IntakeMadeForOtherSizesIsMadeAgain)
     renderer.Stop();
 }
 
-// A picture said to be the last has the upload buffers' pages handed back
-// before its draw; a picture that comes after all (same sizes: no new intake)
-// writes them again and still comes out right, in either primary path.
-TEST(EncodedRender, PictureAfterTheLastStillComesOutRight)
+void RunPicturesAfterTheLast(hdrconvert::RenderMode mode, const std::string& name)
 {
-    const std::string dir = converttest::FreshDirectory("encoded-after-last");
+    const std::string dir = converttest::FreshDirectory(name);
     hdrconvert::Renderer renderer;
+    hdrconvert::RendererOptions options;
+    options.mode = mode;
     std::string reason;
-    ASSERT_TRUE(renderer.Start(hdrconvert::RendererOptions(), &reason)) << reason;
+    ASSERT_TRUE(renderer.Start(options, &reason)) << reason;
     hdrconvert::SampleOptions sample;
     sample.width = 640;  // planes of many pages
     sample.height = 360;
@@ -430,8 +429,23 @@ TEST(EncodedRender, PictureAfterTheLastStillComesOutRight)
     renderer.Stop();
 }
 
-// What the intake cannot be made for is refused without touching the
-// library; in direct mode there is no intake to make ahead.
+// A picture said to be the last has the upload buffers' pages handed back
+// before its draw; a picture that comes after all (same sizes: no new intake)
+// writes them again and still comes out right, in either primary path.
+TEST(EncodedRender, PictureAfterTheLastStillComesOutRight)
+{
+    RunPicturesAfterTheLast(hdrconvert::RenderMode::Streaming, "encoded-after-last");
+}
+
+// The direct mode hands the last picture's decoded planes back before its
+// draw; a picture that comes after all decodes into new ones.
+TEST(EncodedRender, DirectPictureAfterTheLastStillComesOutRight)
+{
+    RunPicturesAfterTheLast(hdrconvert::RenderMode::Direct, "encoded-after-last-direct");
+}
+
+// What cannot be prepared for is refused without touching the library, in
+// either mode.
 TEST(EncodedRender, PrepareForRefusesWhatItCannotTake)
 {
     hdrconvert::EncodedPicture picture;
@@ -456,7 +470,34 @@ TEST(EncodedRender, PrepareForRefusesWhatItCannotTake)
     hdrconvert::RendererOptions direct;
     direct.mode = hdrconvert::RenderMode::Direct;
     ASSERT_TRUE(renderer.Start(direct, &reason)) << reason;
-    EXPECT_TRUE(renderer.PrepareFor(picture, 0, 0, &reason));
+    EXPECT_FALSE(renderer.PrepareFor(picture, 16, 0, &reason));
+    EXPECT_EQ(reason, "no plane sizes");
+    EXPECT_FALSE(renderer.PrepareFor(flat, 16, 12, &reason));
+    EXPECT_EQ(reason, "HDRCapacityMax is not above HDRCapacityMin");
+    EXPECT_TRUE(renderer.PrepareFor(picture, 16, 12, &reason)) << reason;
+    renderer.Stop();
+}
+
+// Direct mode: storage reserved for one size and then a picture of another
+// (the library drops the reservation), and a picture prepared for whose
+// gain map differs from the size it was prepared with.
+TEST(EncodedRender, DirectReservationForOtherSizesStillComesOutRight)
+{
+    const std::string dir = converttest::FreshDirectory("encoded-direct-reserved-other");
+    hdrconvert::Renderer renderer;
+    hdrconvert::RendererOptions options;
+    options.mode = hdrconvert::RenderMode::Direct;
+    std::string reason;
+    ASSERT_TRUE(renderer.Start(options, &reason)) << reason;
+    hdrconvert::SampleOptions sample;
+    sample.width = 75;
+    sample.height = 42;
+    hdrconvert::EncodedPicture other;
+    other.primaryWidth = 75;
+    other.primaryHeight = 42;
+    other.metadata.hdrCapacityMax = 2.0;
+    ASSERT_TRUE(renderer.PrepareFor(other, 7, 5, &reason)) << reason;
+    ExpectEncodedPathEqualsPlanePath(&renderer, hdrconvert::MakeSample(sample).file, dir + "/other.rgba");
     renderer.Stop();
 }
 

@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -36,9 +37,6 @@ void Release(std::vector<uint8_t>* plane)
 
 bool Renderer::PrepareFor(const EncodedPicture& picture, int gainMapWidth, int gainMapHeight, std::string* reason)
 {
-    if (options_.mode != RenderMode::Streaming) {
-        return true;
-    }
     if (broken_ || !displayInitialised_) {
         *reason = "the renderer is not available";
         return false;
@@ -50,12 +48,27 @@ bool Renderer::PrepareFor(const EncodedPicture& picture, int gainMapWidth, int g
     if (!CheckMetadata(picture.metadata, reason)) {
         return false;
     }
-    YuvPlanes gainSize;
-    gainSize.width = gainMapWidth;
-    gainSize.height = gainMapHeight;
     int outW = 0;
     int outH = 0;
     OutputSizeOf(picture, &outW, &outH);
+    if (options_.mode == RenderMode::Direct) {
+        int surfaceW = 0;
+        int surfaceH = 0;
+        DirectSurfaceSize(picture.orientation, outW, outH, &surfaceW, &surfaceH);
+        if (!InitDirect(surfaceW, surfaceH, reason)) {
+            return false;
+        }
+        const int result =
+            GpuGenerateHdrReserveTextures(picture.primaryWidth, picture.primaryHeight, gainMapWidth, gainMapHeight);
+        if (result != GPU_GENERATE_SUCCESS) {
+            *reason = "GpuGenerateHdrReserveTextures failed (result " + std::to_string(result) + ")";
+            return false;
+        }
+        return true;
+    }
+    YuvPlanes gainSize;
+    gainSize.width = gainMapWidth;
+    gainSize.height = gainMapHeight;
     HdrInfo info;
     int sizes[4];
     DescribeEncoded(picture, gainSize, outW, outH, &info, sizes);
@@ -150,7 +163,9 @@ bool Renderer::RenderEncodedDirect(const EncodedPicture& picture, int outW, int 
     planes.orientation = picture.orientation;
     int surfaceW = 0;
     int surfaceH = 0;
-    if (!DrawDirect(planes, outW, outH, &surfaceW, &surfaceH, reason)) {
+    // The last picture's planes are not kept for a next one: their memory
+    // is not added to what the draw and the writing need.
+    if (!DrawDirect(planes, outW, outH, &surfaceW, &surfaceH, reason, picture.last ? &directPrimary_ : nullptr)) {
         return false;
     }
     rendered_ = true;

@@ -81,8 +81,11 @@ const char* const kHelp =
     "      --direct             direct mode: planes go in with the metadata, the\n"
     "                           library renders unrotated and the picture is\n"
     "                           oriented on the CPU\n"
-    "      --streaming          streaming mode (default): planes are written into\n"
-    "                           the library's upload buffers; the library rotates\n"
+    "      --streaming          streaming mode: planes are written into the\n"
+    "                           library's upload buffers; the library rotates\n"
+    "                           Default: direct, unless the first file is turned\n"
+    "                           by a quarter (EXIF orientation 5 to 8), which the\n"
+    "                           streaming mode turns on the GPU\n"
     "      --display KIND       EGL display: auto (default: a GPU device through\n"
     "                           EGL_EXT_platform_device if one exists, else Mesa's\n"
     "                           surfaceless platform), device, surfaceless\n"
@@ -132,6 +135,7 @@ struct Options {
     int width = 0;
     int height = 0;
     hdrconvert::RendererOptions renderer;
+    bool modeGiven = false;  // --direct or --streaming; else the first file decides
     int maxMegapixels = hdrconvert::kDefaultMaxMegapixels;
     std::string logPath;
     std::string samplePath;
@@ -255,11 +259,13 @@ bool ParseArguments(int argc, char** argv, Options* o, std::string* error)
                 return false;
             }
             o->renderer.mode = RenderMode::Direct;
+            o->modeGiven = true;
         } else if (arg == "--streaming") {
             if (!noValue()) {
                 return false;
             }
             o->renderer.mode = RenderMode::Streaming;
+            o->modeGiven = true;
         } else if (arg == "--display") {
             if (!takeValue(&v)) {
                 return false;
@@ -713,11 +719,13 @@ FileResult ConvertOne(const std::string& input, const std::string& output, bool 
 
 // The batch's first file is read and parsed before the renderer starts, and
 // its two codestreams are decoded on a thread of their own while it starts
-// (the EGL display, the library's initialisation and, in streaming mode, the
-// intake that defines the textures and maps the upload buffers). On llvmpipe
-// that start takes longer than decoding a 12 MP photo, which otherwise waited
-// for it. The later files' primaries are decoded straight into the upload
-// buffers: with the renderer running there is nothing to overlap them with.
+// (the EGL display, the library's initialisation and the textures' storage:
+// in streaming mode the intake that defines the textures and maps the upload
+// buffers, in direct mode their reservation). On llvmpipe that start takes
+// about as long as decoding a 12 MP photo, which otherwise waited for it.
+// The later files' primaries are decoded when their turn comes (in streaming
+// mode straight into the upload buffers): with the renderer running there is
+// nothing to overlap them with.
 class FirstFileAhead {
 public:
     FirstFileAhead(const std::string& input, const std::string& output, bool last, const Options& o,
@@ -762,6 +770,16 @@ public:
         // Unused when the renderer failed first: nothing of it is kept.
         storage->primaryAhead = hdrconvert::YuvPlanes();
         return work_.r;
+    }
+
+    // The mode for a batch that names none: the direct mode, whose textures
+    // are made while the decoder runs, so that the upload only copies; the
+    // streaming mode for a picture turned by a quarter, which the library
+    // then turns instead of the CPU.
+    RenderMode PreferredMode() const
+    {
+        return parsed_ && hdrconvert::OrientationSwapsSize(work_.picture.orientation) ? RenderMode::Streaming
+                                                                                      : RenderMode::Direct;
     }
 
     // When the file's work began: it includes the renderer's start.
@@ -880,6 +898,9 @@ int main(int argc, char** argv)
     ShowProgress(0, o.inputs.size(), o.inputs[0]);
     FirstFileAhead first(o.inputs[0], OutputPath(o.outputDir, o.inputs[0], o.format, &usedNames), o.inputs.size() == 1,
                          o, &storage);
+    if (!o.modeGiven) {
+        o.renderer.mode = first.PreferredMode();
+    }
     hdrconvert::Renderer renderer;
     if (!renderer.Start(o.renderer, &error)) {
         first.Join();

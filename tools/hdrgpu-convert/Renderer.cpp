@@ -87,6 +87,13 @@ bool PlanesValid(const YuvPlanes* p)
 
 }  // namespace
 
+void DirectSurfaceSize(int orientation, int outW, int outH, int* surfaceW, int* surfaceH)
+{
+    const bool swap = OrientationSwapsSize(orientation);
+    *surfaceW = swap ? outH : outW;
+    *surfaceH = swap ? outW : outH;
+}
+
 void DescribePicture(const Picture& picture, int outputWidth, int outputHeight, bool streaming, HdrInfo* info)
 {
     std::memset(static_cast<void*>(info), 0, sizeof *info);
@@ -400,29 +407,38 @@ bool Renderer::RenderStreaming(const Picture& picture, int outW, int outH, Rende
     return ReadSurface(outW, outH, out, reason);
 }
 
-bool Renderer::DrawDirect(const Picture& picture, int outW, int outH, int* surfaceWidth, int* surfaceHeight,
-                          std::string* reason)
+bool Renderer::InitDirect(int surfaceWidth, int surfaceHeight, std::string* reason)
 {
-    // Rendered at the stored orientation, turned on the CPU afterwards.
-    const bool swap = OrientationSwapsSize(picture.orientation);
-    const int surfaceW = swap ? outH : outW;
-    const int surfaceH = swap ? outW : outH;
+    if (libraryInitialised_ && surfaceWidth == surfaceWidth_ && surfaceHeight == surfaceHeight_) {
+        return true;
+    }
+    if (libraryInitialised_) {
+        GpuGenerateHdrDestroy();
+        libraryInitialised_ = false;
+    }
+    return Init(surfaceWidth, surfaceHeight, false, reason);
+}
+
+bool Renderer::DrawDirect(const Picture& picture, int outW, int outH, int* surfaceWidth, int* surfaceHeight,
+                          std::string* reason, YuvPlanes* spent)
+{
+    int surfaceW = 0;
+    int surfaceH = 0;
+    DirectSurfaceSize(picture.orientation, outW, outH, &surfaceW, &surfaceH);
     *surfaceWidth = surfaceW;
     *surfaceHeight = surfaceH;
-    if (!libraryInitialised_ || surfaceW != surfaceWidth_ || surfaceH != surfaceHeight_) {
-        if (libraryInitialised_) {
-            GpuGenerateHdrDestroy();
-            libraryInitialised_ = false;
-        }
-        if (!Init(surfaceW, surfaceH, false, reason)) {
-            return false;
-        }
+    if (!InitDirect(surfaceW, surfaceH, reason)) {
+        return false;
     }
     HdrInfo info;
     DescribePicture(picture, surfaceW, surfaceH, false, &info);
     if (GpuGenerateHdrSetHdrInfo(&info) == nullptr) {
         *reason = "GpuGenerateHdrSetHdrInfo failed";
         return false;
+    }
+    if (spent != nullptr) {
+        // The intake copied the planes into their textures.
+        *spent = YuvPlanes();
     }
     const int result = GpuGenerateHdr();
     if (result != GPU_GENERATE_SUCCESS) {

@@ -107,9 +107,10 @@ struct EncodedPicture {
     YuvPlanes* decodedPrimary = nullptr;
     // No picture follows (the batch's last): in streaming mode the pages of
     // the upload buffers mapped for the next picture are handed back to the
-    // system before the draw, so that they do not add to the memory the
-    // draw itself needs. A picture that does follow after all still works:
-    // its writes fault the pages in again.
+    // system before the draw, in direct mode the decoded primary's planes,
+    // so that they do not add to the memory the draw itself needs. A picture
+    // that does follow after all still works: its writes fault the pages in
+    // again, or its planes are allocated again.
     bool last = false;
 };
 
@@ -132,12 +133,14 @@ public:
     // the renderer can still take pictures.
     bool Render(const Picture& picture, RenderedPicture* out, std::string* reason);
 
-    // Streaming mode: the library's intake for a picture of this primary and
-    // gain-map size (it defines the textures and maps the upload buffers),
-    // made before the picture is decoded so that a decoder on another thread
-    // can run meanwhile; RenderEncoded then finds the buffers mapped. Reads
-    // neither the primary's codestream nor picture.gainMap. Nothing to do in
-    // direct mode. False with a reason; RenderEncoded then tries again.
+    // Readies the library for a picture of this primary and gain-map size
+    // before the picture is decoded, so that a decoder on another thread can
+    // run meanwhile. Streaming mode: the intake (it defines the textures and
+    // maps the upload buffers), which RenderEncoded then finds made. Direct
+    // mode: the library initialised at the picture's surface size and its
+    // textures' storage reserved, so that the upload only copies. Reads
+    // neither the primary's codestream nor picture.gainMap. False with a
+    // reason; RenderEncoded then tries again.
     bool PrepareFor(const EncodedPicture& picture, int gainMapWidth, int gainMapHeight, std::string* reason);
 
     // Decodes the primary image and renders the picture, which then stays in
@@ -180,7 +183,14 @@ private:
     using PlaneFill = std::function<bool(int plane, uint8_t* const* mapped, std::string* reason)>;
     bool CheckMetadata(const GainMapMetadata& md, std::string* reason) const;
     bool DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill& fill, bool last, std::string* reason);
-    bool DrawDirect(const Picture& picture, int outW, int outH, int* surfaceW, int* surfaceH, std::string* reason);
+    // Direct mode: the library's intake and draw. Planes given as spent have
+    // their storage handed back between the two, once the intake has copied
+    // them into the textures.
+    bool DrawDirect(const Picture& picture, int outW, int outH, int* surfaceW, int* surfaceH, std::string* reason,
+                    YuvPlanes* spent = nullptr);
+    // Direct mode: the library initialised for a surface of this size (made
+    // again when the size differs).
+    bool InitDirect(int surfaceWidth, int surfaceHeight, std::string* reason);
     // RenderEncoded's two modes, once the picture has been checked.
     bool RenderEncodedDirect(const EncodedPicture& picture, int outW, int outH, bool* primaryFailed,
                              std::string* reason);
@@ -220,6 +230,10 @@ private:
 // The library's record for a picture (sizes, planes, metadata in log2 units,
 // BT.709 / sRGB, output size and transform), as the renderer sends it.
 void DescribePicture(const Picture& picture, int outputWidth, int outputHeight, bool streaming, HdrInfo* info);
+
+// The direct mode renders at the stored orientation and turns the picture on
+// the CPU afterwards: its surface has the displayed size turned back.
+void DirectSurfaceSize(int orientation, int outW, int outH, int* surfaceW, int* surfaceH);
 
 }  // namespace hdrconvert
 

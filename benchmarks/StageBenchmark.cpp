@@ -6,6 +6,18 @@
 //                               APL (mean of the main luma) on the CPU, then
 //                               glFinish so that no deferred upload work is
 //                               left for the next stage;
+//   stage/upload_direct_fresh/<w>
+//                               the same into new textures without storage,
+//                               as for a first picture: llvmpipe allocates
+//                               and clears each texture before the copy;
+//   stage/reserve/<w>           HdrGenerate::ReserveTextures: storage of the
+//                               workload's sizes on six new textures, then
+//                               glFinish (the work a host moves out of the
+//                               way, e.g. beside its decoder);
+//   stage/upload_direct_reserved/<w>
+//                               the upload into storage reserved for it
+//                               (untimed, anew before each iteration): the
+//                               copies and the APL only;
 //   stage/upload_streaming/<w>  the streaming mode's six UpdateDataBegin /
 //                               memcpy into the mapped buffer / UpdateDataEnd
 //                               (the fence wait, the unmap, the copy from the
@@ -141,6 +153,87 @@ void UploadDirect(benchmark::State& state, const Workload* workload)
         glFinish();
         return result == GPU_GENERATE_SUCCESS;
     });
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * workload->InputBytes());
+}
+
+// Runs prepare untimed and then body timed, once as a warm-up and then in
+// the timing loop; either answers false on failure.
+void RunPrepared(benchmark::State& state, const Workload& workload, const std::function<bool()>& prepare,
+                 const std::function<bool()>& body)
+{
+    if (!prepare() || !body()) {
+        state.SkipWithError("warm-up failed");
+        return;
+    }
+    hdrbench::Samples samples;
+    for (auto _ : state) {
+        state.PauseTiming();
+        const bool prepared = prepare();
+        glFinish();
+        state.ResumeTiming();
+        samples.Start();
+        const bool ok = prepared && body();
+        samples.Stop();
+        samples.Next();
+        if (!ok) {
+            state.SkipWithError("stage failed");
+            break;
+        }
+    }
+    hdrbench::SetPictureCounters(state, workload, samples);
+}
+
+// Storage for the workload's planes, or (other) for planes of another size.
+bool ReserveFor(const Workload& workload, bool other)
+{
+    const int32_t sizes[4] = {workload.mainWidth + (other ? 1 : 0), workload.mainHeight, workload.gainWidth,
+                              workload.gainHeight};
+    return EngineSession::engine()->ReserveTextures(sizes) == GPU_GENERATE_SUCCESS;
+}
+
+bool UploadToFinish()
+{
+    const int result = EngineSession::engine()->UpdateTextures();
+    glFinish();
+    return result == GPU_GENERATE_SUCCESS;
+}
+
+void UploadDirectFresh(benchmark::State& state, const Workload* workload)
+{
+    DirectStage stage(*workload);
+    if (!stage.ok()) {
+        state.SkipWithError("engine set-up failed");
+        return;
+    }
+    // The upload drops a reservation of other sizes: new textures, no storage.
+    RunPrepared(
+        state, *workload, [workload] { return ReserveFor(*workload, true); }, UploadToFinish);
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * workload->InputBytes());
+}
+
+void Reserve(benchmark::State& state, const Workload* workload)
+{
+    DirectStage stage(*workload);
+    if (!stage.ok()) {
+        state.SkipWithError("engine set-up failed");
+        return;
+    }
+    Run(state, *workload, [workload] {
+        const bool ok = ReserveFor(*workload, false);
+        glFinish();
+        return ok;
+    });
+}
+
+void UploadDirectReserved(benchmark::State& state, const Workload* workload)
+{
+    DirectStage stage(*workload);
+    if (!stage.ok()) {
+        state.SkipWithError("engine set-up failed");
+        return;
+    }
+    RunPrepared(
+        state, *workload, [workload] { return ReserveFor(*workload, false); }, UploadToFinish);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * workload->InputBytes());
 }
 
@@ -310,6 +403,9 @@ void Register()
     };
     const Stage stages[] = {
         {"upload_direct", UploadDirect, 8, 8},
+        {"upload_direct_fresh", UploadDirectFresh, 8, 8},
+        {"reserve", Reserve, 8, 8},
+        {"upload_direct_reserved", UploadDirectReserved, 8, 8},
         {"upload_streaming", UploadStreaming, 8, 8},
         {"intake_streaming", IntakeStreaming, 8, 8},
         {"settings", Settings, 200, 200},

@@ -87,6 +87,12 @@ int main()
     if (GpuGenerateHdrInit(option) != 0) {
         return 1;
     }
+    // The planes' sizes are known before their bytes: their textures can be
+    // made now (a host would decode meanwhile), so the upload only copies.
+    if (GpuGenerateHdrReserveTextures(kWidth, kHeight, kWidth, kHeight) != 0) {
+        GpuGenerateHdrDestroy();
+        return 1;
+    }
     HdrInfo info = Describe(main, gain);
     if (GpuGenerateHdrSetHdrInfo(&info) == nullptr || GpuGenerateHdr() != 0 || !CheckSurface(GpuGenerateGetTBM())) {
         GpuGenerateHdrDestroy();

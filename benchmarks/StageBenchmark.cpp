@@ -198,17 +198,23 @@ bool UploadToFinish()
     return result == GPU_GENERATE_SUCCESS;
 }
 
-void UploadDirectFresh(benchmark::State& state, const Workload* workload)
+// The direct upload after a reservation, untimed, for the workload's sizes
+// or for others (which the upload drops: new textures without storage).
+void UploadDirectAfterReserving(benchmark::State& state, const Workload& workload, bool otherSizes)
 {
-    DirectStage stage(*workload);
+    DirectStage stage(workload);
     if (!stage.ok()) {
         state.SkipWithError("engine set-up failed");
         return;
     }
-    // The upload drops a reservation of other sizes: new textures, no storage.
     RunPrepared(
-        state, *workload, [workload] { return ReserveFor(*workload, true); }, UploadToFinish);
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * workload->InputBytes());
+        state, workload, [&workload, otherSizes] { return ReserveFor(workload, otherSizes); }, UploadToFinish);
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * workload.InputBytes());
+}
+
+void UploadDirectFresh(benchmark::State& state, const Workload* workload)
+{
+    UploadDirectAfterReserving(state, *workload, true);
 }
 
 void Reserve(benchmark::State& state, const Workload* workload)
@@ -227,14 +233,7 @@ void Reserve(benchmark::State& state, const Workload* workload)
 
 void UploadDirectReserved(benchmark::State& state, const Workload* workload)
 {
-    DirectStage stage(*workload);
-    if (!stage.ok()) {
-        state.SkipWithError("engine set-up failed");
-        return;
-    }
-    RunPrepared(
-        state, *workload, [workload] { return ReserveFor(*workload, false); }, UploadToFinish);
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * workload->InputBytes());
+    UploadDirectAfterReserving(state, *workload, false);
 }
 
 void Settings(benchmark::State& state, const Workload* workload)

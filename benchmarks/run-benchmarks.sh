@@ -269,8 +269,8 @@ if process:
     lines += [
         "## Whole process: the converter on each sample photograph",
         "",
-        f"`hdrgpu-convert PHOTO -o DIR --format raw` (the mode the photo picks: direct unless it is turned"
-        f" by a quarter; output at the photo's full size), each"
+        f"`hdrgpu-convert PHOTO -o DIR --format raw` (the default direct mode, output at the photo's full"
+        f" size), each"
         f" run a new process: wall time from start to exit, CPU time (user + system, every thread; it moves"
         f" much less than the wall time when other work shares the cores) and the process's peak resident"
         f" memory (`wait4` rusage), median of {len(process[0]['runs'])} runs after one untimed run.",

@@ -50,7 +50,7 @@ TEST(ConvertJsonReport, OneRecordPerInputInOrderAndTheSummary)
     EXPECT_EQ(s["converted"], 1);
     EXPECT_EQ(s["refused"], 1);
     EXPECT_EQ(s["format"], "png");
-    EXPECT_EQ(s["mode"], "direct");  // the first file is not turned by a quarter
+    EXPECT_EQ(s["mode"], "direct");
     EXPECT_TRUE(s["panel_nits"].is_null());
     EXPECT_GT(s["seconds"].get<double>(), 0.0);
     EXPECT_NEAR(s["megapixels"].get<double>(), 48.0 * 32.0 / 1e6, 1e-9);

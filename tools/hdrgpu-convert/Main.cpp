@@ -78,14 +78,11 @@ const char* const kHelp =
     "                           channels of the file hold Y, U, V\n"
     "\n"
     "Rendering:\n"
-    "      --direct             direct mode: planes go in with the metadata, the\n"
-    "                           library renders unrotated and the picture is\n"
-    "                           oriented on the CPU\n"
+    "      --direct             direct mode (default): planes go in with the\n"
+    "                           metadata, the library renders unrotated and the\n"
+    "                           picture is oriented on the CPU\n"
     "      --streaming          streaming mode: planes are written into the\n"
     "                           library's upload buffers; the library rotates\n"
-    "                           Default: direct, unless the first file is turned\n"
-    "                           by a quarter (EXIF orientation 5 to 8), which the\n"
-    "                           streaming mode turns on the GPU\n"
     "      --display KIND       EGL display: auto (default: a GPU device through\n"
     "                           EGL_EXT_platform_device if one exists, else Mesa's\n"
     "                           surfaceless platform), device, surfaceless\n"
@@ -134,8 +131,11 @@ struct Options {
     std::string jsonPath;
     int width = 0;
     int height = 0;
-    hdrconvert::RendererOptions renderer;
-    bool modeGiven = false;  // --direct or --streaming; else the first file decides
+    // The direct mode unless --streaming: on llvmpipe it starts sooner (its
+    // textures are made while the first file is decoded and its upload only
+    // copies) and it needs no upload buffers, even where it turns the
+    // picture on the CPU.
+    hdrconvert::RendererOptions renderer{RenderMode::Direct};
     int maxMegapixels = hdrconvert::kDefaultMaxMegapixels;
     std::string logPath;
     std::string samplePath;
@@ -259,13 +259,11 @@ bool ParseArguments(int argc, char** argv, Options* o, std::string* error)
                 return false;
             }
             o->renderer.mode = RenderMode::Direct;
-            o->modeGiven = true;
         } else if (arg == "--streaming") {
             if (!noValue()) {
                 return false;
             }
             o->renderer.mode = RenderMode::Streaming;
-            o->modeGiven = true;
         } else if (arg == "--display") {
             if (!takeValue(&v)) {
                 return false;
@@ -772,16 +770,6 @@ public:
         return work_.r;
     }
 
-    // The mode for a batch that names none: the direct mode, whose textures
-    // are made while the decoder runs, so that the upload only copies; the
-    // streaming mode for a picture turned by a quarter, which the library
-    // then turns instead of the CPU.
-    RenderMode PreferredMode() const
-    {
-        return parsed_ && hdrconvert::OrientationSwapsSize(work_.picture.orientation) ? RenderMode::Streaming
-                                                                                      : RenderMode::Direct;
-    }
-
     // When the file's work began: it includes the renderer's start.
     std::chrono::steady_clock::time_point Start() const { return start_; }
 
@@ -898,9 +886,6 @@ int main(int argc, char** argv)
     ShowProgress(0, o.inputs.size(), o.inputs[0]);
     FirstFileAhead first(o.inputs[0], OutputPath(o.outputDir, o.inputs[0], o.format, &usedNames), o.inputs.size() == 1,
                          o, &storage);
-    if (!o.modeGiven) {
-        o.renderer.mode = first.PreferredMode();
-    }
     hdrconvert::Renderer renderer;
     if (!renderer.Start(o.renderer, &error)) {
         first.Join();

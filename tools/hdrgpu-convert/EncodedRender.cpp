@@ -10,7 +10,6 @@
 
 #include <chrono>
 #include <cstring>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -61,7 +60,7 @@ bool Renderer::PrepareFor(const EncodedPicture& picture, int gainMapWidth, int g
         const int result =
             GpuGenerateHdrReserveTextures(picture.primaryWidth, picture.primaryHeight, gainMapWidth, gainMapHeight);
         if (result != GPU_GENERATE_SUCCESS) {
-            *reason = "GpuGenerateHdrReserveTextures failed (result " + std::to_string(result) + ")";
+            *reason = LibraryError("GpuGenerateHdrReserveTextures", result);
             return false;
         }
         return true;

@@ -37,11 +37,6 @@ bool HasExtension(const char* list, const char* name)
     return false;
 }
 
-std::string LibraryError(const char* call, int code)
-{
-    return std::string(call) + " failed (result " + std::to_string(code) + ")";
-}
-
 // Copies the output surface into out as R, G, B, A, honouring the surface's
 // stride and byte order.
 bool ReadSurface(int width, int height, RenderedPicture* out, std::string* reason)
@@ -86,6 +81,11 @@ bool PlanesValid(const YuvPlanes* p)
 }
 
 }  // namespace
+
+std::string LibraryError(const char* call, int code)
+{
+    return std::string(call) + " failed (result " + std::to_string(code) + ")";
+}
 
 void DirectSurfaceSize(int orientation, int outW, int outH, int* surfaceW, int* surfaceH)
 {

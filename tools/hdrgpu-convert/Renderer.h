@@ -231,6 +231,9 @@ private:
 // BT.709 / sRGB, output size and transform), as the renderer sends it.
 void DescribePicture(const Picture& picture, int outputWidth, int outputHeight, bool streaming, HdrInfo* info);
 
+// "<call> failed (result <code>)": a library call's failure as a reason.
+std::string LibraryError(const char* call, int code);
+
 // The direct mode renders at the stored orientation and turns the picture on
 // the CPU afterwards: its surface has the displayed size turned back.
 void DirectSurfaceSize(int orientation, int outW, int outH, int* surfaceW, int* surfaceH);

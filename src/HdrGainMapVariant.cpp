@@ -10,6 +10,7 @@
 
 const char* const kFlatGainChromaUniform = "flatGainChroma";
 const char* const kLogCurveConstantsUniform = "logCurveConstants";
+const char* const kPackedGainMapSampler = "u_gainmapYuvSampler";
 
 namespace {
 
@@ -25,6 +26,8 @@ const char* const kHeader = HDR_GLSL_FRAGMENT_START
 const char* const kGainChromaSamplers =
     "uniform mediump sampler2D u_gainmapUSampler;\n"
     "uniform mediump sampler2D u_gainmapVSampler;\n";
+
+const char* const kPackedGainDeclaration = "uniform mediump sampler2D u_gainmapYuvSampler;\n";
 
 const char* const kFlatGainChromaDeclaration = "uniform vec3 flatGainChroma;\n";
 
@@ -119,6 +122,11 @@ const char* const kSampleGain = HDR_GLSL_SAMPLE_GAIN;
 // is the luma on every channel plus the chroma's fixed contribution.
 const char* const kSampleFlatGain = "\tvec3 gain = vec3(texture(u_gainmapYSampler, vTexcoord).r) + flatGainChroma;\n";
 
+// One bilinear fetch of four bytes costs what one of a single byte does: the
+// three planes' values at once, filtered alike.
+const char* const kSamplePackedGain =
+    "\tvec3 gain = yuvToRgb * (texture(u_gainmapYuvSampler, vTexcoord).rgb - vec3(0.0, 0.5, 0.5));\n";
+
 const char* const kShapeGain = HDR_GLSL_SHAPE_GAIN;
 
 const char* const kLogGainWithGamma =
@@ -152,19 +160,24 @@ int GainMapVariantIndex(const GainMapVariant& variant)
     if (variant.inputCurve < 0 || variant.inputCurve > 3) {
         return -1;
     }
-    return (((variant.inputCurve * 2 + (variant.applyGamma ? 1 : 0)) * 2 + (variant.outputYuv ? 1 : 0)) * 2 +
-            (variant.flatGainChroma ? 1 : 0)) *
-               2 +
-           (variant.logDomain ? 1 : 0);
+    return ((((variant.packedGain ? 4 : 0) + variant.inputCurve) * 2 + (variant.applyGamma ? 1 : 0)) * 2 +
+            (variant.outputYuv ? 1 : 0)) *
+               4 +
+           (variant.flatGainChroma ? 2 : 0) + (variant.logDomain ? 1 : 0);
 }
 
 std::string GainMapVariantFragmentSource(const GainMapVariant& variant)
 {
     const bool decodesInput = variant.inputCurve >= 1 && variant.inputCurve <= 3;
+    const bool packedGain = variant.packedGain && !variant.flatGainChroma;
     std::string text;
     text.reserve(4096);
     text += kHeader;
-    text += variant.flatGainChroma ? kFlatGainChromaDeclaration : kGainChromaSamplers;
+    if (variant.flatGainChroma) {
+        text += kFlatGainChromaDeclaration;
+    } else {
+        text += packedGain ? kPackedGainDeclaration : kGainChromaSamplers;
+    }
     if (variant.applyGamma) {
         text += kGammaDeclaration;
     }
@@ -190,7 +203,11 @@ std::string GainMapVariantFragmentSource(const GainMapVariant& variant)
     } else if (decodesInput) {
         text += kApplyInputCurve;
     }
-    text += variant.flatGainChroma ? kSampleFlatGain : kSampleGain;
+    if (variant.flatGainChroma) {
+        text += kSampleFlatGain;
+    } else {
+        text += packedGain ? kSamplePackedGain : kSampleGain;
+    }
     text += kShapeGain;
     text += variant.applyGamma ? kLogGainWithGamma : kLogGainWithoutGamma;
     text += variant.logDomain ? kApplyLogGain : kApplyGain;
@@ -253,6 +270,16 @@ bool PlaneMapsOneToOne(int planeWidth, int planeHeight, int outputWidth, int out
     const int width = quarterTurn ? planeHeight : planeWidth;
     const int height = quarterTurn ? planeWidth : planeHeight;
     return width > 0 && height > 0 && outputWidth == width && outputHeight == height;
+}
+
+void InterleaveGainMapPixels(const uint8_t* y, const uint8_t* u, const uint8_t* v, size_t count, uint8_t* rgba)
+{
+    for (size_t i = 0; i < count; ++i) {
+        rgba[4 * i + 0] = y[i];
+        rgba[4 * i + 1] = u[i];
+        rgba[4 * i + 2] = v[i];
+        rgba[4 * i + 3] = 255;
+    }
 }
 
 bool PlaneIsFlat(const uint8_t* plane, size_t bytes)

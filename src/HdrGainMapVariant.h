@@ -18,9 +18,12 @@ struct GainMapVariant {
     bool outputYuv = false;       // bOutputYUV == 1
     bool flatGainChroma = false;  // gain-map U and V planes each hold one value
     bool logDomain = false;       // the gain added in base-2 logarithms (see LogDomainApplies)
+    // The gain map's Y, U and V read with one fetch from the RGBA texture of
+    // kPackedGainMapSampler instead of three planes (ignored with flat chroma).
+    bool packedGain = false;
 };
 
-constexpr int kGainMapVariantCount = 4 * 2 * 2 * 2 * 2;
+constexpr int kGainMapVariantCount = 4 * 2 * 2 * 2 * 2 * 2;
 
 // 0 .. kGainMapVariantCount - 1, or -1 for a class no variant covers (an
 // input curve outside 0..3, which the general program leaves undefined).
@@ -32,6 +35,10 @@ std::string GainMapVariantFragmentSource(const GainMapVariant& variant);
 // Name of the uniform that carries the flat gain-map chroma's contribution
 // to R, G and B in flat-chroma variants.
 extern const char* const kFlatGainChromaUniform;
+
+// Name of the sampler through which packed-gain variants read the gain map's
+// Y, U and V as the R, G and B of one texture.
+extern const char* const kPackedGainMapSampler;
 
 // Name of the vec4 uniform that carries a log-domain variant's constants
 // (see LogDomainConstants).
@@ -63,6 +70,10 @@ void FlatGainChromaOffset(uint8_t u, uint8_t v, float rgb[3]);
 // True when the first `bytes` bytes of `plane` all equal its first byte
 // (false for an empty or null plane). Stops at the first difference.
 bool PlaneIsFlat(const uint8_t* plane, size_t bytes);
+
+// Writes count pixels of (y, u, v, 255) from the gain map's three planes:
+// the packed texture's texels (kPackedGainMapSampler).
+void InterleaveGainMapPixels(const uint8_t* y, const uint8_t* u, const uint8_t* v, size_t count, uint8_t* rgba);
 
 // True when every output pixel's centre falls on the centre of one texel of
 // a planeWidth x planeHeight plane: the output is the plane's own size, or

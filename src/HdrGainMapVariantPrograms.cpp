@@ -105,6 +105,7 @@ GLuint GainMapVariantPrograms::Prepare(const GainMapVariant& variant, GLuint reg
         sharedWith_[index] = registeredProgram;
         flatChromaLocation_[index] = glGetUniformLocation(program, kFlatGainChromaUniform);
         logCurvesLocation_[index] = glGetUniformLocation(program, kLogCurveConstantsUniform);
+        packedGainLocation_[index] = glGetUniformLocation(program, kPackedGainMapSampler);
     }
     CopySharedUniforms(registeredProgram, shared_[index]);
     if (variant.flatGainChroma) {
@@ -112,6 +113,9 @@ GLuint GainMapVariantPrograms::Prepare(const GainMapVariant& variant, GLuint reg
     }
     if (variant.logDomain) {
         glUniform4fv(logCurvesLocation_[index], 1, values.logCurves);
+    }
+    if (variant.packedGain && !variant.flatGainChroma) {
+        glUniform1i(packedGainLocation_[index], values.packedGainUnit);
     }
     return program;
 }
@@ -136,6 +140,7 @@ void GainMapVariantPrograms::Forget()
     sharedWith_.fill(0);
     flatChromaLocation_.fill(-1);
     logCurvesLocation_.fill(-1);
+    packedGainLocation_.fill(-1);
 }
 
 int GainMapVariantPrograms::BuiltCount() const

@@ -24,6 +24,7 @@ struct SharedUniform {
 struct GainMapVariantValues {
     float flatChroma[3] = {0.0f, 0.0f, 0.0f};       // flat-chroma variants (FlatGainChromaOffset)
     float logCurves[4] = {0.0f, 0.0f, 0.0f, 0.0f};  // log-domain variants (LogDomainConstants)
+    GLint packedGainUnit = 0;                       // packed-gain variants: the packed texture's unit
 };
 
 class GainMapVariantPrograms {
@@ -66,6 +67,7 @@ private:
     std::array<GLuint, kGainMapVariantCount> sharedWith_{};
     std::array<GLint, kGainMapVariantCount> flatChromaLocation_{};
     std::array<GLint, kGainMapVariantCount> logCurvesLocation_{};
+    std::array<GLint, kGainMapVariantCount> packedGainLocation_{};
 };
 
 // Every active uniform of `to` that `from` also has, by name (each array

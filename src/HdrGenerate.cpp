@@ -140,6 +140,7 @@ HdrGenerate::~HdrGenerate()
     }
     glDeleteBuffers(DATA_TYPE_COUNT, pixelBuffers);
     glDeleteTextures(DATA_TYPE_COUNT, inputTextures);
+    packedGain.Release();
     // outputTexture and the specialised programs are left to the context,
     // which goes right after the engine.
 
@@ -182,6 +183,7 @@ int HdrGenerate::Init()
     HDR_LOG("HdrGenerate::Init start");
     // Programs built for an earlier set-up belong to that set-up's context.
     variantPrograms.Forget();
+    packedGain.Forget();
     SetupShaders();  // a failure shows as program 0 at the first use
     glUseProgram(shaderManager->GetProgram());
 

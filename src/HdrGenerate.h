@@ -14,6 +14,7 @@
 #include "HdrGainMapVariantPrograms.h"
 #include "HdrGpuBackend.h"
 #include "HdrOutputImages.h"
+#include "HdrPackedGainMap.h"
 
 #include <GLES3/gl3.h>
 #include <tbm_surface.h>
@@ -44,6 +45,8 @@ enum DataType : int32_t {
 // on a unit of its own, so nothing done between two draws takes a plane's
 // texture off its unit.
 constexpr GLenum OUTPUT_TEXTURE_UNIT = GL_TEXTURE0 + DATA_TYPE_COUNT;
+// The gain map's planes packed into one texture (PackedGainMap) stay here.
+constexpr GLenum PACKED_GAIN_TEXTURE_UNIT = GL_TEXTURE0 + DATA_TYPE_COUNT + 1;
 
 // What the direct-mode upload took for one plane.
 struct DataInfo {
@@ -144,6 +147,9 @@ public:
     bool useSpecialisedPrograms;
     GainMapVariantPrograms variantPrograms;
     GainChromaContent gainChroma;
+    // The direct mode's gain map in one texture, for the programs that read
+    // its three planes; filled at the intake when its chroma is not flat.
+    PackedGainMap packedGain;
 
     // Nearest-texel sampling, bound for the draw to the planes whose texels
     // map one to one onto the output (0 until Init).
@@ -190,6 +196,9 @@ private:
     void RenewInputTexture(int plane);
     // Drops the direct mode's reserved storage, every texture renewed.
     void DropTextureReservation();
+    // Packs the gain map the direct mode just uploaded into packedGain, when
+    // a specialised program will read its three planes.
+    void PackGainMap();
 
     void ApplyDirectModeOutput();
     void ReleaseOutputSurface(EGLInfo& egl);

@@ -19,7 +19,9 @@ GLuint HdrGenerate::DrawProgram(GLuint registered)
     variant.applyGamma = noGamma != 1;
     variant.outputYuv = outputYUV;
     variant.flatGainChroma = gainChroma.Flat();
+    variant.packedGain = !variant.flatGainChroma && packedGain.Current();
     GainMapVariantValues values;
+    values.packedGainUnit = static_cast<GLint>(PACKED_GAIN_TEXTURE_UNIT - GL_TEXTURE0);
     gainChroma.Offset(values.flatChroma);
     variant.logDomain = ReadLogDomainConstants(registered, variant.inputCurve, values.logCurves);
     const GLuint program =
@@ -35,6 +37,10 @@ void HdrGenerate::BindTexelSampler(bool bind)
         const bool oneToOne =
             PlaneMapsOneToOne(size.width, size.height, hdrInfo.outputWidth, hdrInfo.outputHeight, hdrInfo.outputRotate);
         glBindSampler(static_cast<GLuint>(plane), bind && oneToOne ? texelSampler : 0);
+        if (plane == GAINMAP_Y) {
+            // The packed gain map has the gain map's size.
+            glBindSampler(PACKED_GAIN_TEXTURE_UNIT - GL_TEXTURE0, bind && oneToOne ? texelSampler : 0);
+        }
     }
 }
 

@@ -67,6 +67,9 @@ void HdrGenerate::RenewInputTexture(int plane)
     if (plane >= GAINMAP_U) {
         gainChroma.Forget(plane - GAINMAP_U);
     }
+    if (plane >= GAINMAP_Y) {
+        packedGain.Invalidate();
+    }
 }
 
 void HdrGenerate::DropTextureReservation()
@@ -164,6 +167,8 @@ int HdrGenerate::UpdateTextures()
     if (!HdrPlaneSizesAccepted(hdrInfo)) {
         return GPU_GENERATE_ERROR_BAD_INPUT;
     }
+    // Until this picture's gain map is packed, the one packed before is stale.
+    packedGain.Invalidate();
 
     if (initOption.usePBO) {
         // The planes reached their textures through UpdateDataEnd; prepare
@@ -217,11 +222,30 @@ int HdrGenerate::UpdateTextures()
                                 static_cast<size_t>(entry.width) * static_cast<size_t>(entry.height));
             }
         }
+        PackGainMap();
         const DataInfo& luma = planeTable[MAIN_Y];
         apl = ComputeApl(luma.data, Product32(luma.width, luma.height), luma.width, luma.height);
     }
     HDR_LOG("HdrGenerate::UpdateTextures end");
     return GPU_GENERATE_SUCCESS;
+}
+
+void HdrGenerate::PackGainMap()
+{
+    // Only a specialised program reads the packed texture, and only when the
+    // gain map's chroma is not flat (flat chroma is not sampled at all).
+    GainMapVariant variant;
+    variant.inputCurve = static_cast<int32_t>(hdrInfo.trfn);
+    if (!useSpecialisedPrograms || GainMapVariantIndex(variant) < 0 || gainChroma.Flat()) {
+        return;
+    }
+    GLenum error = GL_NO_ERROR;
+    if (!packedGain.Upload(PACKED_GAIN_TEXTURE_UNIT, hdrInfo.gainMapPlanes[0], hdrInfo.gainMapPlanes[1],
+                           hdrInfo.gainMapPlanes[2], hdrInfo.nGainMapWidth, hdrInfo.nGainMapHeight, &error)) {
+        // Not fatal: the draw samples the three planes instead.
+        HDR_LOG("%d ERROR: packing the gain map's planes failed (GL error 0x%x); they are sampled apart\n", __LINE__,
+                static_cast<unsigned>(error));
+    }
 }
 
 void HdrGenerate::UpdatePBOs()
@@ -376,6 +400,9 @@ bool HdrGenerate::UpdateDataEnd(int width, int height)
         gainChroma.Note(currentPlane - GAINMAP_U, mappedPlanes[currentPlane], written < mapped ? written : mapped);
     }
     glUnmapBuffer(GL_PIXEL_UNPACK_BUFFER);
+    if (currentPlane >= GAINMAP_Y) {
+        packedGain.Invalidate();
+    }
     if (currentPlane >= 0) {
         // The mapping is gone with the unmap; the next metadata intake maps anew.
         mappedPlanes[currentPlane] = nullptr;

@@ -14,6 +14,8 @@
 #include <GLES3/gl31.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <vector>
 
@@ -422,6 +424,54 @@ TEST_F(DrawBands, ScaledOutputIsFiltered)
         }
     }
     EXPECT_GT(differing, pairs / 2) << differing << " of " << pairs << " pairs differ";
+}
+
+// A gain map of half the output's size is filtered; read from the packed
+// texture it gives the pixels its three planes give, to one code, with and
+// without offsets (the multiplying and the logarithmic programs).
+TEST_F(DrawBands, PackedGainMapDrawsAsItsThreePlanes)
+{
+    const hdrtest::Planes planes = hdrtest::MakePlanes(44, 28, 22, 14, 5);
+    for (const bool offsets : {true, false}) {
+        SCOPED_TRACE(offsets ? "offsets" : "no offsets");
+        EngineHarness harness(44, 28, display_);
+        ASSERT_TRUE(harness.ok());
+        ASSERT_EQ(harness.Upload(planes), 0);
+        HdrGenerate* engine = HdrGenerate::GetInstance();
+        engine->hdrInfo.hdrCapacityMax = 2.0f;
+        for (int c = 0; c < 3; ++c) {
+            engine->hdrInfo.offsetSdr[c] = offsets ? 0.015625f : 0.0f;
+            engine->hdrInfo.offsetHdr[c] = offsets ? 0.03125f : 0.0f;
+        }
+        ASSERT_TRUE(engine->packedGain.Current());
+        GainMapVariant variant;
+        variant.inputCurve = 3;
+        variant.logDomain = !offsets;
+        std::vector<hdrtest::Rgba8> drawn[2];
+        for (const bool packed : {true, false}) {
+            if (!packed) {
+                engine->packedGain.Invalidate();
+            }
+            ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+            ASSERT_EQ(engine->Draw(), 0);
+            ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+            variant.packedGain = packed;
+            EXPECT_TRUE(engine->variantPrograms.Built(variant)) << (packed ? "packed" : "three planes");
+            drawn[packed ? 0 : 1] = harness.ReadSurface();
+        }
+        ASSERT_EQ(drawn[0].size(), 44u * 28u);
+        ASSERT_EQ(drawn[1].size(), drawn[0].size());
+        int largest = 0;
+        int differing = 0;
+        for (size_t i = 0; i < drawn[0].size(); ++i) {
+            const hdrtest::Rgba8& a = drawn[0][i];
+            const hdrtest::Rgba8& b = drawn[1][i];
+            const int d = std::max({std::abs(a.r - b.r), std::abs(a.g - b.g), std::abs(a.b - b.b)});
+            largest = std::max(largest, d);
+            differing += d > 0 ? 1 : 0;
+        }
+        EXPECT_LE(largest, 1) << differing << " pixels differ";
+    }
 }
 
 }  // namespace

@@ -19,9 +19,10 @@ bool Has(const std::string& text, const std::string& piece)
     return text.find(piece) != std::string::npos;
 }
 
-GainMapVariant Variant(int curve, bool gamma, bool yuv, bool flat, bool log = false)
+GainMapVariant Variant(int curve, bool gamma, bool yuv, bool flat, bool log = false, bool packed = false)
 {
     GainMapVariant v;
+    v.packedGain = packed;
     v.inputCurve = curve;
     v.applyGamma = gamma;
     v.outputYuv = yuv;
@@ -43,8 +44,9 @@ TEST(GainMapVariant, EveryClassHasItsOwnIndex)
 {
     std::set<int> seen;
     for (int curve = 0; curve < 4; ++curve) {
-        for (int bits = 0; bits < 16; ++bits) {
-            const int index = GainMapVariantIndex(Variant(curve, bits & 1, bits & 2, bits & 4, bits & 8));
+        for (int bits = 0; bits < 32; ++bits) {
+            const int index =
+                GainMapVariantIndex(Variant(curve, bits & 1, bits & 2, bits & 4, bits & 8, bits & 16));
             EXPECT_GE(index, 0);
             EXPECT_LT(index, kGainMapVariantCount);
             seen.insert(index);
@@ -113,10 +115,30 @@ TEST(GainMapVariant, FlatChromaSamplesTheGainMapOnce)
     EXPECT_FALSE(Has(full, kFlatGainChromaUniform));
 }
 
+// With the gain map packed, its Y, U and V come from one fetch of one
+// sampler; with flat chroma there is nothing to pack and the text is the
+// flat one.
+TEST(GainMapVariant, PackedGainMapIsSampledOnce)
+{
+    const std::string packed = GainMapVariantFragmentSource(Variant(3, false, false, false, false, true));
+    EXPECT_TRUE(Has(packed, std::string("uniform mediump sampler2D ") + kPackedGainMapSampler + ";"));
+    EXPECT_EQ(Count(packed, "texture("), 4u) << "three main planes and the packed gain map";
+    EXPECT_TRUE(Has(packed, "yuvToRgb * (texture(u_gainmapYuvSampler, vTexcoord).rgb - vec3(0.0, 0.5, 0.5))"));
+    EXPECT_FALSE(Has(packed, "u_gainmapUSampler"));
+    EXPECT_FALSE(Has(packed, "u_gainmapVSampler"));
+    EXPECT_FALSE(Has(packed, "texture(u_gainmapYSampler"));
+    EXPECT_EQ(Count(GainMapVariantFragmentSource(Variant(3, false, false, false)), "texture("), 6u);
+    EXPECT_FALSE(Has(GainMapVariantFragmentSource(Variant(3, false, false, false)), kPackedGainMapSampler));
+    for (const bool log : {false, true}) {
+        EXPECT_EQ(GainMapVariantFragmentSource(Variant(2, true, false, true, log, true)),
+                  GainMapVariantFragmentSource(Variant(2, true, false, true, log, false)));
+    }
+}
+
 TEST(GainMapVariant, EveryTextIsGlslEs300WithTheSameOutput)
 {
     for (int index = 0; index < kGainMapVariantCount; ++index) {
-        const GainMapVariant v = Variant(index / 16, index & 8, index & 4, index & 2, index & 1);
+        const GainMapVariant v = Variant(index / 16 % 4, index & 8, index & 4, index & 2, index & 1, index >= 64);
         EXPECT_EQ(GainMapVariantIndex(v), index);
         const std::string text = GainMapVariantFragmentSource(v);
         EXPECT_EQ(text.rfind("#version 300 es\nprecision highp float;\n", 0), 0u) << index;
@@ -236,6 +258,20 @@ TEST(LogDomain, ThresholdAtZeroIsMinusInfinityAndOtherFormsHaveNoSlope)
     LogDomainConstants(1, kHlgInput, output, k);
     EXPECT_TRUE(std::isinf(k[1]) && k[1] < 0.0f);
     EXPECT_EQ(k[2], 0.0f);
+}
+
+TEST(PackedGainMap, PixelsAreTheThreePlanesBytesThenOpaque)
+{
+    const uint8_t y[3] = {0, 17, 255};
+    const uint8_t u[3] = {128, 1, 254};
+    const uint8_t v[3] = {200, 99, 3};
+    uint8_t rgba[12] = {};
+    InterleaveGainMapPixels(y, u, v, 3, rgba);
+    const uint8_t expected[12] = {0, 128, 200, 255, 17, 1, 99, 255, 255, 254, 3, 255};
+    EXPECT_EQ(std::vector<uint8_t>(rgba, rgba + 12), std::vector<uint8_t>(expected, expected + 12));
+    uint8_t untouched[4] = {7, 7, 7, 7};
+    InterleaveGainMapPixels(y, u, v, 0, untouched);
+    EXPECT_EQ(untouched[0], 7);
 }
 
 TEST(FlatGainChroma, CentredBytesGiveTheHandWorkedOffsets)

@@ -468,6 +468,99 @@ TEST_F(Upload, FlatGainChromaIsFoundInBothModes)
     }
 }
 
+// A direct upload whose gain map has chroma also packs the gain map's three
+// planes into one texture: every texel (y, u, v, 255), at an odd width and
+// over several bands of rows.
+TEST_F(Upload, DirectGainMapWithChromaIsPackedTexelForTexel)
+{
+    EngineHarness harness(37, 150, display_);
+    ASSERT_TRUE(harness.ok());
+    const Planes planes = MakePlanes(37, 150, 19, 141, 41);
+    ASSERT_EQ(harness.Upload(planes), 0);
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    ASSERT_TRUE(e->packedGain.Current());
+    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+    GLint bound = 0;
+    glActiveTexture(PACKED_GAIN_TEXTURE_UNIT);
+    glGetIntegerv(GL_TEXTURE_BINDING_2D, &bound);
+    EXPECT_EQ(static_cast<GLuint>(bound), e->packedGain.Texture()) << "left on its own unit";
+    const auto texels = hdrtest::ReadRgbaTexture(e->packedGain.Texture(), 19, 141);
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+    ASSERT_EQ(texels.size(), 19u * 141u * 4u);
+    int wrong = 0;
+    for (size_t i = 0; i < 19u * 141u; ++i) {
+        const uint8_t expected[4] = {planes.gain[0][i], planes.gain[1][i], planes.gain[2][i], 255};
+        if (std::memcmp(&texels[4 * i], expected, 4) != 0 && ++wrong <= 5) {
+            ADD_FAILURE() << "texel " << i << " holds " << int(texels[4 * i]) << "/" << int(texels[4 * i + 1]) << "/"
+                          << int(texels[4 * i + 2]) << "/" << int(texels[4 * i + 3]);
+        }
+    }
+    // The three planes keep their own textures too.
+    ExpectTexturesHold(planes);
+}
+
+// The next picture's gain map replaces the packed one, also at another size.
+TEST_F(Upload, NextGainMapRepacksAtItsOwnSize)
+{
+    EngineHarness harness(40, 30, display_);
+    ASSERT_TRUE(harness.ok());
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    for (const int gainWidth : {20, 20, 13}) {
+        SCOPED_TRACE(gainWidth);
+        const Planes planes = MakePlanes(40, 30, gainWidth, 15, 43 + gainWidth);
+        ASSERT_EQ(harness.Upload(planes), 0);
+        ASSERT_TRUE(e->packedGain.Current());
+        ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+        const auto texels = hdrtest::ReadRgbaTexture(e->packedGain.Texture(), gainWidth, 15);
+        ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+        for (size_t i = 0; i < planes.gain[0].size(); ++i) {
+            ASSERT_EQ(texels[4 * i], planes.gain[0][i]) << i;
+            ASSERT_EQ(texels[4 * i + 2], planes.gain[2][i]) << i;
+        }
+    }
+}
+
+// Nothing is packed where no program would read it: a gain map with flat
+// chroma (sampled once, as luma), a picture the registered program draws,
+// and the streaming mode (whose planes the host writes into the driver's
+// buffers). A packed gain map of an earlier picture is not taken for the
+// new one's.
+TEST_F(Upload, GainMapIsPackedOnlyForTheThreePlaneDirectDraw)
+{
+    {
+        SCOPED_TRACE("flat chroma");
+        EngineHarness harness(23, 11, display_);
+        ASSERT_TRUE(harness.ok());
+        Planes planes = MakePlanes(23, 11, 9, 7, 45);
+        ASSERT_EQ(harness.Upload(planes), 0);
+        ASSERT_TRUE(HdrGenerate::GetInstance()->packedGain.Current());
+        planes.gain[1].assign(planes.gain[1].size(), 128);
+        planes.gain[2].assign(planes.gain[2].size(), 140);
+        ASSERT_EQ(harness.Upload(planes), 0);
+        EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
+    }
+    {
+        SCOPED_TRACE("general program");
+        EngineHarness harness(23, 11, display_);
+        ASSERT_TRUE(harness.ok());
+        HdrGenerate::GetInstance()->useSpecialisedPrograms = false;
+        ASSERT_EQ(harness.Upload(MakePlanes(23, 11, 9, 7, 46)), 0);
+        EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
+        EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
+    }
+    {
+        SCOPED_TRACE("streaming");
+        EngineHarness harness(23, 11, display_, true);
+        ASSERT_TRUE(harness.ok());
+        const Planes planes = MakePlanes(23, 11, 9, 7, 47);
+        ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
+        ASSERT_TRUE(harness.Stream(planes));
+        ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
+        EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
+        EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
+    }
+}
+
 // A streaming intake that re-defines the gain map's textures at a new size
 // forgets what they held until the new planes are streamed.
 TEST_F(Upload, NewGainMapSizeForgetsTheFlatChroma)

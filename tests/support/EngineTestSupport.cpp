@@ -31,6 +31,16 @@ Planes MakePlanes(int mainWidth, int mainHeight, int gainWidth, int gainHeight, 
 
 std::vector<uint8_t> ReadRedTexture(GLuint texture, int width, int height)
 {
+    const std::vector<uint8_t> rgba = ReadRgbaTexture(texture, width, height);
+    std::vector<uint8_t> red(static_cast<std::size_t>(width) * height);
+    for (std::size_t i = 0; i < red.size(); ++i) {
+        red[i] = rgba[4 * i];
+    }
+    return red;
+}
+
+std::vector<uint8_t> ReadRgbaTexture(GLuint texture, int width, int height)
+{
     GLint previous = 0;
     glGetIntegerv(GL_FRAMEBUFFER_BINDING, &previous);
     GLuint framebuffer = 0;
@@ -42,11 +52,7 @@ std::vector<uint8_t> ReadRedTexture(GLuint texture, int width, int height)
     glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
     glBindFramebuffer(GL_FRAMEBUFFER, static_cast<GLuint>(previous));
     glDeleteFramebuffers(1, &framebuffer);
-    std::vector<uint8_t> red(static_cast<std::size_t>(width) * height);
-    for (std::size_t i = 0; i < red.size(); ++i) {
-        red[i] = rgba[4 * i];
-    }
-    return red;
+    return rgba;
 }
 
 }  // namespace hdrtest

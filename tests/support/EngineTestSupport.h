@@ -22,6 +22,9 @@ Planes MakePlanes(int mainWidth, int mainHeight, int gainWidth, int gainHeight, 
 // (needs a current context).
 std::vector<uint8_t> ReadRedTexture(GLuint texture, int width, int height);
 
+// Every texel of an RGBA8 texture as four bytes, row 0 first (context current).
+std::vector<uint8_t> ReadRgbaTexture(GLuint texture, int width, int height);
+
 }  // namespace hdrtest
 
 #endif

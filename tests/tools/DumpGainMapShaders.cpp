@@ -40,7 +40,8 @@ int main(int argc, char** argv)
               WriteFile(dir + "/gainmap.frag", kGainMapFragmentShader);
     for (int index = 0; ok && index < kGainMapVariantCount; ++index) {
         GainMapVariant variant;
-        variant.inputCurve = index / 16;
+        variant.inputCurve = index / 16 % 4;
+        variant.packedGain = index >= 64;
         variant.applyGamma = (index & 8) != 0;
         variant.outputYuv = (index & 4) != 0;
         variant.flatGainChroma = (index & 2) != 0;

@@ -6,6 +6,9 @@
 //   draw/variant/<w>            the picture's specialised program, gain U/V sampled
 //   draw/variant-flat/<w>       the same with the gain map's flat U/V taken as constants
 //                               (only for workloads whose gain chroma is flat)
+//   draw/variant-packed/<w>     the same with the gain map's Y, U, V read from the one
+//                               RGBA texture the upload packed them into (only for
+//                               workloads whose gain map has chroma)
 //   draw/variant-log/<w>        the same picture without offsets, whose specialised
 //                               program works in logarithms (the gain's chroma
 //                               taken as constants where it is flat)
@@ -41,7 +44,7 @@ double ProcessCpuMs()
 using hdrbench::EngineSession;
 using hdrbench::Workload;
 
-enum class Program { General, Variant, VariantFlat, VariantLog, PassThrough };
+enum class Program { General, Variant, VariantFlat, VariantLog, VariantPacked, PassThrough };
 
 void DrawToFinish(HdrGenerate* engine, GLuint program, const Workload& w)
 {
@@ -89,7 +92,13 @@ void Draw(benchmark::State& state, const Workload* workload, Program which)
     variant.applyGamma = noGamma != 1;
     variant.outputYuv = engine->outputYUV;
     variant.flatGainChroma = which == Program::VariantFlat || (which == Program::VariantLog && !workload->gainChroma);
+    variant.packedGain = which == Program::VariantPacked;
+    if (variant.packedGain && !engine->packedGain.Current()) {
+        state.SkipWithError("the upload packed no gain map");
+        return;
+    }
     GainMapVariantValues values;
+    values.packedGainUnit = static_cast<GLint>(PACKED_GAIN_TEXTURE_UNIT - GL_TEXTURE0);
     FlatGainChromaOffset(128, 128, values.flatChroma);
     if (which == Program::VariantLog) {
         variant.logDomain =
@@ -166,6 +175,12 @@ void Register()
         if (!w.gainChroma) {
             benchmark::RegisterBenchmark(hdrbench::Name("draw", "variant-flat", w).c_str(), Draw, &w,
                                          Program::VariantFlat)
+                ->UseRealTime()
+                ->Unit(benchmark::kMillisecond)
+                ->Iterations(iterations);
+        } else {
+            benchmark::RegisterBenchmark(hdrbench::Name("draw", "variant-packed", w).c_str(), Draw, &w,
+                                         Program::VariantPacked)
                 ->UseRealTime()
                 ->Unit(benchmark::kMillisecond)
                 ->Iterations(iterations);

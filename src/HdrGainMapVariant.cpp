@@ -272,6 +272,19 @@ bool PlaneMapsOneToOne(int planeWidth, int planeHeight, int outputWidth, int out
     return width > 0 && height > 0 && outputWidth == width && outputHeight == height;
 }
 
+bool RendererSamplesOnTheCpu(const char* renderer)
+{
+    if (renderer == nullptr) {
+        return false;
+    }
+    for (const char* name : {"llvmpipe", "softpipe", "SwiftShader"}) {
+        if (std::strstr(renderer, name) != nullptr) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void InterleaveGainMapPixels(const uint8_t* y, const uint8_t* u, const uint8_t* v, size_t count, uint8_t* rgba)
 {
     for (size_t i = 0; i < count; ++i) {

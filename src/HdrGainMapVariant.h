@@ -71,6 +71,14 @@ void FlatGainChromaOffset(uint8_t u, uint8_t v, float rgb[3]);
 // (false for an empty or null plane). Stops at the first difference.
 bool PlaneIsFlat(const uint8_t* plane, size_t bytes);
 
+// True for renderers that run fragment shaders on the CPU (Mesa's llvmpipe
+// and softpipe, SwiftShader), given GL_RENDERER: there one filtered fetch of
+// four bytes costs what one of a single byte does, so packing the gain map
+// (InterleaveGainMapPixels) pays for its interleaving. GPUs are left as
+// they are: their texture units fetch either at one per clock, and the
+// interleaving would only add CPU time.
+bool RendererSamplesOnTheCpu(const char* renderer);
+
 // Writes count pixels of (y, u, v, 255) from the gain map's three planes:
 // the packed texture's texels (kPackedGainMapSampler).
 void InterleaveGainMapPixels(const uint8_t* y, const uint8_t* u, const uint8_t* v, size_t count, uint8_t* rgba);

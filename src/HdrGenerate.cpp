@@ -82,6 +82,7 @@ HdrGenerate::HdrGenerate(std::unique_ptr<const OutputImages> images)
       bufferBytes{},
       currentPlane(-1),
       useSpecialisedPrograms(true),
+      packGainMaps(false),
       texelSampler(0),
       outputImages(std::move(images)),
       hasTextureStorage(false),
@@ -184,6 +185,7 @@ int HdrGenerate::Init()
     // Programs built for an earlier set-up belong to that set-up's context.
     variantPrograms.Forget();
     packedGain.Forget();
+    packGainMaps = RendererSamplesOnTheCpu(reinterpret_cast<const char*>(glGetString(GL_RENDERER)));
     SetupShaders();  // a failure shows as program 0 at the first use
     glUseProgram(shaderManager->GetProgram());
 

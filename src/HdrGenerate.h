@@ -148,8 +148,10 @@ public:
     GainMapVariantPrograms variantPrograms;
     GainChromaContent gainChroma;
     // The direct mode's gain map in one texture, for the programs that read
-    // its three planes; filled at the intake when its chroma is not flat.
+    // its three planes; filled at the intake when its chroma is not flat and
+    // packGainMaps is set (at Init, for renderers that sample on the CPU).
     PackedGainMap packedGain;
+    bool packGainMaps;
 
     // Nearest-texel sampling, bound for the draw to the planes whose texels
     // map one to one onto the output (0 until Init).

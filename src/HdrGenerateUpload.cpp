@@ -236,7 +236,7 @@ void HdrGenerate::PackGainMap()
     // gain map's chroma is not flat (flat chroma is not sampled at all).
     GainMapVariant variant;
     variant.inputCurve = static_cast<int32_t>(hdrInfo.trfn);
-    if (!useSpecialisedPrograms || GainMapVariantIndex(variant) < 0 || gainChroma.Flat()) {
+    if (!packGainMaps || !useSpecialisedPrograms || GainMapVariantIndex(variant) < 0 || gainChroma.Flat()) {
         return;
     }
     GLenum error = GL_NO_ERROR;

@@ -13,8 +13,8 @@ constexpr int kBandRows = 64;
 
 }  // namespace
 
-bool PackedGainMap::Upload(GLenum unit, const uint8_t* y, const uint8_t* u, const uint8_t* v, int width,
-                           int height, GLenum* glError)
+bool PackedGainMap::Upload(GLenum unit, const uint8_t* y, const uint8_t* u, const uint8_t* v, int width, int height,
+                           GLenum* glError)
 {
     current_ = false;
     *glError = GL_NO_ERROR;

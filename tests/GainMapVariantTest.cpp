@@ -260,6 +260,18 @@ TEST(LogDomain, ThresholdAtZeroIsMinusInfinityAndOtherFormsHaveNoSlope)
     EXPECT_EQ(k[2], 0.0f);
 }
 
+TEST(PackedGainMap, OnlyRenderersSamplingOnTheCpuPack)
+{
+    EXPECT_TRUE(RendererSamplesOnTheCpu("llvmpipe (LLVM 15.0.6, 256 bits)"));
+    EXPECT_TRUE(RendererSamplesOnTheCpu("softpipe"));
+    EXPECT_TRUE(RendererSamplesOnTheCpu("ANGLE (Google, Vulkan 1.3.0 (SwiftShader Device (Subzero)), SwiftShader driver)"));
+    EXPECT_FALSE(RendererSamplesOnTheCpu("Mali-G52"));
+    EXPECT_FALSE(RendererSamplesOnTheCpu("NVIDIA GeForce RTX 3060/PCIe/SSE2"));
+    EXPECT_FALSE(RendererSamplesOnTheCpu("Mesa Intel(R) UHD Graphics 620 (KBL GT2)"));
+    EXPECT_FALSE(RendererSamplesOnTheCpu(""));
+    EXPECT_FALSE(RendererSamplesOnTheCpu(nullptr));
+}
+
 TEST(PackedGainMap, PixelsAreTheThreePlanesBytesThenOpaque)
 {
     const uint8_t y[3] = {0, 17, 255};

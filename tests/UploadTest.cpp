@@ -520,9 +520,10 @@ TEST_F(Upload, NextGainMapRepacksAtItsOwnSize)
     }
 }
 
-// Nothing is packed where no program would read it: a gain map with flat
-// chroma (sampled once, as luma), a picture the registered program draws,
-// and the streaming mode (whose planes the host writes into the driver's
+// Nothing is packed where no program would read it or where it would not
+// pay: a gain map with flat chroma (sampled once, as luma), a picture the
+// registered program draws, a renderer that samples on a GPU, and the
+// streaming mode (whose planes the host writes into the driver's
 // buffers). A packed gain map of an earlier picture is not taken for the
 // new one's.
 TEST_F(Upload, GainMapIsPackedOnlyForTheThreePlaneDirectDraw)
@@ -545,6 +546,16 @@ TEST_F(Upload, GainMapIsPackedOnlyForTheThreePlaneDirectDraw)
         ASSERT_TRUE(harness.ok());
         HdrGenerate::GetInstance()->useSpecialisedPrograms = false;
         ASSERT_EQ(harness.Upload(MakePlanes(23, 11, 9, 7, 46)), 0);
+        EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
+        EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
+    }
+    {
+        SCOPED_TRACE("renderer sampling on a GPU");
+        EngineHarness harness(23, 11, display_);
+        ASSERT_TRUE(harness.ok());
+        EXPECT_TRUE(HdrGenerate::GetInstance()->packGainMaps) << "llvmpipe samples on the CPU";
+        HdrGenerate::GetInstance()->packGainMaps = false;
+        ASSERT_EQ(harness.Upload(MakePlanes(23, 11, 9, 7, 48)), 0);
         EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
         EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
     }

@@ -103,10 +103,15 @@ int HdrGenerate::ReserveTextures(const int32_t sizes[4])
         const int32_t* size = plane < GAINMAP_Y ? &sizes[0] : &sizes[2];
         glTexStorage2D(GL_TEXTURE_2D, 1, GL_R8, size[0], size[1]);
     }
+    if (packGainMaps && useSpecialisedPrograms) {
+        // Where gain maps are packed, their texture too.
+        packedGain.Reserve(PACKED_GAIN_TEXTURE_UNIT, sizes[2], sizes[3]);
+    }
     hasTextureStorage = true;
     if (!GL_error_check()) {
         HDR_LOG("%d ERROR: GL_error\n", __LINE__);
         DropTextureReservation();
+        packedGain.Release();
         return GPU_GENERATE_ERROR_GL;
     }
     for (int i = 0; i < 4; ++i) {

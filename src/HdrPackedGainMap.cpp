@@ -21,22 +21,7 @@ bool PackedGainMap::Upload(GLenum unit, const uint8_t* y, const uint8_t* u, cons
     if (width < 1 || height < 1 || y == nullptr || u == nullptr || v == nullptr) {
         return false;
     }
-    glActiveTexture(unit);
-    if (texture_ == 0 || width != width_ || height != height_) {
-        // Immutable storage is only dropped with its texture.
-        glDeleteTextures(1, &texture_);
-        glGenTextures(1, &texture_);
-        glBindTexture(GL_TEXTURE_2D, texture_);
-        glTexStorage2D(GL_TEXTURE_2D, 1, GL_RGBA8, width, height);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-        width_ = width;
-        height_ = height;
-    } else {
-        glBindTexture(GL_TEXTURE_2D, texture_);
-    }
+    Define(unit, width, height);
     const size_t rowPixels = static_cast<size_t>(width);
     staging_.resize(rowPixels * 4 * static_cast<size_t>(std::min(height, kBandRows)));
     for (int row = 0; row < height; row += kBandRows) {
@@ -57,6 +42,34 @@ bool PackedGainMap::Upload(GLenum unit, const uint8_t* y, const uint8_t* u, cons
     }
     current_ = true;
     return true;
+}
+
+void PackedGainMap::Reserve(GLenum unit, int width, int height)
+{
+    current_ = false;
+    if (width >= 1 && height >= 1) {
+        Define(unit, width, height);
+    }
+}
+
+void PackedGainMap::Define(GLenum unit, int width, int height)
+{
+    glActiveTexture(unit);
+    if (texture_ != 0 && width == width_ && height == height_) {
+        glBindTexture(GL_TEXTURE_2D, texture_);
+        return;
+    }
+    // Immutable storage is only dropped with its texture.
+    glDeleteTextures(1, &texture_);
+    glGenTextures(1, &texture_);
+    glBindTexture(GL_TEXTURE_2D, texture_);
+    glTexStorage2D(GL_TEXTURE_2D, 1, GL_RGBA8, width, height);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    width_ = width;
+    height_ = height;
 }
 
 void PackedGainMap::Release()

@@ -10,6 +10,7 @@
 #include "LogCapture.h"
 #include "TSShaderManager.h"
 
+#include <GLES3/gl31.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -86,7 +87,7 @@ TEST_F(Upload, ReservedStorageIsImmutableUntilOtherSizesCome)
     // Read on a unit of no plane's, so that every plane keeps its texture bound.
     const auto immutable = [e](int plane) {
         GLint value = -1;
-        glActiveTexture(OUTPUT_TEXTURE_UNIT + 1);
+        glActiveTexture(PACKED_GAIN_TEXTURE_UNIT + 1);
         glBindTexture(GL_TEXTURE_2D, e->inputTextures[plane]);
         glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_IMMUTABLE_FORMAT, &value);
         glBindTexture(GL_TEXTURE_2D, 0);
@@ -497,6 +498,50 @@ TEST_F(Upload, DirectGainMapWithChromaIsPackedTexelForTexel)
     }
     // The three planes keep their own textures too.
     ExpectTexturesHold(planes);
+}
+
+// Where gain maps are packed, the reservation gives the packed texture its
+// storage too, which a gain map of the reserved size is then copied into.
+TEST_F(Upload, ReservationGivesThePackedGainMapItsStorage)
+{
+    for (const bool pack : {true, false}) {
+        SCOPED_TRACE(pack ? "packing" : "not packing");
+        EngineHarness harness(33, 17, display_);
+        ASSERT_TRUE(harness.ok());
+        HdrGenerate* e = HdrGenerate::GetInstance();
+        e->packGainMaps = pack;
+        const int32_t sizes[4] = {33, 17, 9, 5};
+        ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+        ASSERT_EQ(e->ReserveTextures(sizes), 0);
+        const GLuint reserved = e->packedGain.Texture();
+        EXPECT_FALSE(e->packedGain.Current()) << "nothing packed yet";
+        if (pack) {
+            ASSERT_NE(reserved, 0u);
+            GLint value[3] = {-1, -1, -1};
+            glActiveTexture(PACKED_GAIN_TEXTURE_UNIT);
+            glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_IMMUTABLE_FORMAT, &value[0]);
+            glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &value[1]);
+            glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &value[2]);
+            EXPECT_EQ(value[0], GL_TRUE);
+            EXPECT_EQ(value[1], 9);
+            EXPECT_EQ(value[2], 5);
+        } else {
+            EXPECT_EQ(reserved, 0u);
+        }
+        ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+        const Planes fitting = MakePlanes(33, 17, 9, 5, 49);
+        ASSERT_EQ(harness.Upload(fitting), 0);
+        EXPECT_EQ(e->packedGain.Current(), pack);
+        EXPECT_EQ(e->packedGain.Texture(), reserved) << "the reserved texture filled, not a new one";
+        if (pack) {
+            ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+            const auto texels = hdrtest::ReadRgbaTexture(reserved, 9, 5);
+            ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+            for (size_t i = 0; i < fitting.gain[1].size(); ++i) {
+                ASSERT_EQ(texels[4 * i + 1], fitting.gain[1][i]) << i;
+            }
+        }
+    }
 }
 
 // The next picture's gain map replaces the packed one, also at another size.

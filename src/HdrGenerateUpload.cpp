@@ -242,6 +242,9 @@ void HdrGenerate::PackGainMap()
     GainMapVariant variant;
     variant.inputCurve = static_cast<int32_t>(hdrInfo.trfn);
     if (!packGainMaps || !useSpecialisedPrograms || GainMapVariantIndex(variant) < 0 || gainChroma.Flat()) {
+        // A texture reserved for this picture goes before the draw, whose end
+        // is the process's peak: 3 MiB for a phone's quarter-size gain map.
+        packedGain.Release();
         return;
     }
     GLenum error = GL_NO_ERROR;

@@ -584,6 +584,7 @@ TEST_F(Upload, GainMapIsPackedOnlyForTheThreePlaneDirectDraw)
         planes.gain[2].assign(planes.gain[2].size(), 140);
         ASSERT_EQ(harness.Upload(planes), 0);
         EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
+        EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u) << "its memory handed back";
     }
     {
         SCOPED_TRACE("general program");

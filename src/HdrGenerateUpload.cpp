@@ -103,8 +103,10 @@ int HdrGenerate::ReserveTextures(const int32_t sizes[4])
         const int32_t* size = plane < GAINMAP_Y ? &sizes[0] : &sizes[2];
         glTexStorage2D(GL_TEXTURE_2D, 1, GL_R8, size[0], size[1]);
     }
-    if (packGainMaps && useSpecialisedPrograms) {
-        // Where gain maps are packed, their texture too.
+    if (packGainMaps && useSpecialisedPrograms && (sizes[2] != sizes[0] || sizes[3] != sizes[1])) {
+        // Where gain maps are packed, their texture too, unless the gain map
+        // has the main image's size and will likely be sampled texel for
+        // texel.
         packedGain.Reserve(PACKED_GAIN_TEXTURE_UNIT, sizes[2], sizes[3]);
     }
     hasTextureStorage = true;
@@ -238,10 +240,16 @@ int HdrGenerate::UpdateTextures()
 void HdrGenerate::PackGainMap()
 {
     // Only a specialised program reads the packed texture, and only when the
-    // gain map's chroma is not flat (flat chroma is not sampled at all).
+    // gain map's chroma is not flat (flat chroma is not sampled at all). A
+    // gain map sampled texel for texel is left in its planes: three nearest
+    // fetches cost little more than one, and its packed copy would be as
+    // large as the picture.
     GainMapVariant variant;
     variant.inputCurve = static_cast<int32_t>(hdrInfo.trfn);
-    if (!packGainMaps || !useSpecialisedPrograms || GainMapVariantIndex(variant) < 0 || gainChroma.Flat()) {
+    const bool filtered = !PlaneMapsOneToOne(hdrInfo.nGainMapWidth, hdrInfo.nGainMapHeight, hdrInfo.outputWidth,
+                                             hdrInfo.outputHeight, hdrInfo.outputRotate);
+    if (!packGainMaps || !useSpecialisedPrograms || GainMapVariantIndex(variant) < 0 || gainChroma.Flat() ||
+        !filtered) {
         // A texture reserved for this picture goes before the draw, whose end
         // is the process's peak: 3 MiB for a phone's quarter-size gain map.
         packedGain.Release();

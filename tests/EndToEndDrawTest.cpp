@@ -743,7 +743,6 @@ TEST_P(EndToEndPictureClass, SpecialisedAndGeneralProgramsBothMatchTheModel)
     job.expectedVariant.outputYuv = yuv;
     job.expectedVariant.flatGainChroma = flat;
     job.expectedVariant.logDomain = !offsets;
-    job.expectedVariant.packedGain = !flat;  // a direct upload packs a gain map with chroma
     const Planes planes = flat ? FlatChromaPlanes(kWidth, kHeight, 311, 128, 128)
                                : VariedPlanes(kWidth, kHeight, 311);
     DrawAndCompare(planes, job, " (specialised)");
@@ -778,7 +777,6 @@ TEST_F(EndToEndDraw, LogDomainKeepsNegativeAndDarkChannels)
         job.checkVariant = true;
         job.expectedVariant.inputCurve = trfn;
         job.expectedVariant.logDomain = true;
-        job.expectedVariant.packedGain = true;
         DrawAndCompare(RandomPlanes(kWidth, kHeight, 341 + static_cast<uint32_t>(trfn)), job, " (log domain)");
     }
 }

@@ -501,7 +501,9 @@ TEST_F(Upload, DirectGainMapWithChromaIsPackedTexelForTexel)
 }
 
 // Where gain maps are packed, the reservation gives the packed texture its
-// storage too, which a gain map of the reserved size is then copied into.
+// storage too, which a gain map of the reserved size is then copied into;
+// not for a gain map of the main image's size, which a picture of that size
+// samples texel for texel.
 TEST_F(Upload, ReservationGivesThePackedGainMapItsStorage)
 {
     for (const bool pack : {true, false}) {
@@ -515,6 +517,11 @@ TEST_F(Upload, ReservationGivesThePackedGainMapItsStorage)
         ASSERT_EQ(e->ReserveTextures(sizes), 0);
         const GLuint reserved = e->packedGain.Texture();
         EXPECT_FALSE(e->packedGain.Current()) << "nothing packed yet";
+        const int32_t fullSize[4] = {33, 17, 33, 17};
+        ASSERT_EQ(e->ReserveTextures(fullSize), 0);
+        EXPECT_EQ(e->packedGain.Texture(), reserved) << "a full-size gain map reserves nothing to pack into";
+        ASSERT_EQ(e->ReserveTextures(sizes), 0);
+        EXPECT_EQ(e->packedGain.Texture(), reserved) << "the same size's storage kept";
         if (pack) {
             ASSERT_NE(reserved, 0u);
             GLint value[3] = {-1, -1, -1};
@@ -567,8 +574,8 @@ TEST_F(Upload, NextGainMapRepacksAtItsOwnSize)
 
 // Nothing is packed where no program would read it or where it would not
 // pay: a gain map with flat chroma (sampled once, as luma), a picture the
-// registered program draws, a renderer that samples on a GPU, and the
-// streaming mode (whose planes the host writes into the driver's
+// registered program draws, a gain map sampled texel for texel, a renderer
+// that samples on a GPU, and the streaming mode (whose planes the host writes into the driver's
 // buffers). A packed gain map of an earlier picture is not taken for the
 // new one's.
 TEST_F(Upload, GainMapIsPackedOnlyForTheThreePlaneDirectDraw)
@@ -592,6 +599,14 @@ TEST_F(Upload, GainMapIsPackedOnlyForTheThreePlaneDirectDraw)
         ASSERT_TRUE(harness.ok());
         HdrGenerate::GetInstance()->useSpecialisedPrograms = false;
         ASSERT_EQ(harness.Upload(MakePlanes(23, 11, 9, 7, 46)), 0);
+        EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
+        EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
+    }
+    {
+        SCOPED_TRACE("gain map sampled texel for texel");
+        EngineHarness harness(9, 7, display_);
+        ASSERT_TRUE(harness.ok());
+        ASSERT_EQ(harness.Upload(MakePlanes(23, 11, 9, 7, 50)), 0);
         EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
         EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
     }

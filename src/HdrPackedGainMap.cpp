@@ -34,6 +34,9 @@ bool PackedGainMap::Upload(GLenum unit, const uint8_t* y, const uint8_t* u, cons
     const GLenum error = glGetError();
     if (error != GL_NO_ERROR) {
         *glError = error;
+        // Drivers may hold several error flags; none is left for later calls.
+        for (int flags = 0; flags < 8 && glGetError() != GL_NO_ERROR; ++flags) {
+        }
         // A texture left without storage must not be taken for a good one.
         glDeleteTextures(1, &texture_);
         texture_ = 0;

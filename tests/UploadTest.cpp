@@ -551,6 +551,32 @@ TEST_F(Upload, ReservationGivesThePackedGainMapItsStorage)
     }
 }
 
+// A size GL refuses leaves no packed texture behind and reports the error;
+// the next good fill works.
+TEST_F(Upload, RefusedPackedStorageLeavesNoTexture)
+{
+    EngineHarness harness(8, 8, display_);
+    ASSERT_TRUE(harness.ok());
+    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+    GLint largest = 0;
+    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &largest);
+    ASSERT_GT(largest, 0);
+    const std::vector<uint8_t> row(static_cast<size_t>(largest) + 1, 7);
+    PackedGainMap packed;
+    GLenum error = GL_NO_ERROR;
+    EXPECT_FALSE(packed.Upload(PACKED_GAIN_TEXTURE_UNIT, row.data(), row.data(), row.data(), largest + 1, 1, &error));
+    EXPECT_EQ(error, static_cast<GLenum>(GL_INVALID_VALUE));
+    EXPECT_EQ(packed.Texture(), 0u);
+    EXPECT_FALSE(packed.Current());
+    EXPECT_TRUE(packed.Upload(PACKED_GAIN_TEXTURE_UNIT, row.data(), row.data(), row.data(), 4, 1, &error));
+    EXPECT_EQ(error, static_cast<GLenum>(GL_NO_ERROR));
+    EXPECT_TRUE(packed.Current());
+    EXPECT_EQ(hdrtest::ReadRgbaTexture(packed.Texture(), 4, 1), std::vector<uint8_t>({7, 7, 7, 255, 7, 7, 7, 255, 7, 7, 7, 255, 7, 7, 7, 255}));
+    packed.Release();
+    EXPECT_EQ(packed.Texture(), 0u);
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+}
+
 // The next picture's gain map replaces the packed one, also at another size.
 TEST_F(Upload, NextGainMapRepacksAtItsOwnSize)
 {

@@ -37,11 +37,9 @@ void HdrGenerate::BindTexelSampler(bool bind)
         const bool oneToOne =
             PlaneMapsOneToOne(size.width, size.height, hdrInfo.outputWidth, hdrInfo.outputHeight, hdrInfo.outputRotate);
         glBindSampler(static_cast<GLuint>(plane), bind && oneToOne ? texelSampler : 0);
-        if (plane == GAINMAP_Y) {
-            // The packed gain map has the gain map's size.
-            glBindSampler(PACKED_GAIN_TEXTURE_UNIT - GL_TEXTURE0, bind && oneToOne ? texelSampler : 0);
-        }
     }
+    // The packed gain map needs no texel sampler: a gain map sampled texel
+    // for texel is never packed.
 }
 
 int HdrGenerate::Draw()

@@ -315,6 +315,14 @@ void ExpectEncodedPathEqualsPlanePath(hdrconvert::Renderer* renderer, const std:
     encoded.outputWidth = outW;
     encoded.outputHeight = outH;
     encoded.last = last;
+    // The last picture's gain map may be handed back once the library holds
+    // it: a copy, so that the planes above stay for the comparison.
+    hdrconvert::YuvPlanes spentGain;
+    if (last) {
+        spentGain = gain;
+        encoded.gainMap = &spentGain;
+        encoded.spentGainMap = &spentGain;
+    }
     hdrconvert::YuvPlanes ahead;
     if (path == PrimaryPath::DecodedAhead) {
         ahead = primary;
@@ -328,6 +336,10 @@ void ExpectEncodedPathEqualsPlanePath(hdrconvert::Renderer* renderer, const std:
         // Streaming: each plane's storage was handed back once copied in;
         // direct: the renderer took the planes over for its own.
         EXPECT_EQ(ahead.y.capacity() + ahead.u.capacity() + ahead.v.capacity(), 0u);
+    }
+    if (last) {
+        EXPECT_EQ(spentGain.y.capacity() + spentGain.u.capacity() + spentGain.v.capacity(), 0u)
+            << "the last picture's gain map was kept";
     }
     int w = 0;
     int h = 0;
@@ -429,16 +441,17 @@ void RunPicturesAfterTheLast(hdrconvert::RenderMode mode, const std::string& nam
     renderer.Stop();
 }
 
-// A picture said to be the last has the upload buffers' pages handed back
-// before its draw; a picture that comes after all (same sizes: no new intake)
+// A picture said to be the last has the upload buffers' pages and its gain
+// map's planes handed back before its draw; a picture that comes after all (same sizes: no new intake)
 // writes them again and still comes out right, in either primary path.
 TEST(EncodedRender, PictureAfterTheLastStillComesOutRight)
 {
     RunPicturesAfterTheLast(hdrconvert::RenderMode::Streaming, "encoded-after-last");
 }
 
-// The direct mode hands the last picture's decoded planes back before its
-// draw; a picture that comes after all decodes into new ones.
+// The direct mode hands the last picture's decoded planes (primary and gain
+// map) back before its draw; a picture that comes after all decodes into new
+// ones.
 TEST(EncodedRender, DirectPictureAfterTheLastStillComesOutRight)
 {
     RunPicturesAfterTheLast(hdrconvert::RenderMode::Direct, "encoded-after-last-direct");

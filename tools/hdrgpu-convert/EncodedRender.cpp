@@ -164,7 +164,8 @@ bool Renderer::RenderEncodedDirect(const EncodedPicture& picture, int outW, int 
     int surfaceH = 0;
     // The last picture's planes are not kept for a next one: their memory
     // is not added to what the draw and the writing need.
-    if (!DrawDirect(planes, outW, outH, &surfaceW, &surfaceH, reason, picture.last ? &directPrimary_ : nullptr)) {
+    if (!DrawDirect(planes, outW, outH, &surfaceW, &surfaceH, reason, picture.last ? &directPrimary_ : nullptr,
+                    picture.spentGainMap)) {
         return false;
     }
     rendered_ = true;
@@ -219,6 +220,9 @@ bool Renderer::RenderEncodedStreaming(const EncodedPicture& picture, int outW, i
         }
         const std::vector<uint8_t>& bytes = gain->Plane(plane - 3);
         std::memcpy(mapped[plane], bytes.data(), bytes.size());
+        if (picture.spentGainMap != nullptr) {
+            Release(&picture.spentGainMap->Plane(plane - 3));
+        }
         return true;
     };
     if (!DrawStreaming(&info, sizes, fill, picture.last, reason)) {

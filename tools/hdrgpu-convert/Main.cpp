@@ -615,6 +615,8 @@ bool ReadAndParse(FileWork* w, const Options& o, BatchStorage* storage)
     w->gainMapOffset = parsed.gainMapOffset;
     w->gainMapSize = parsed.gainMapSize;
     picture.gainMap = &storage->gainMap;
+    // Nothing needs the last file's gain map once the library holds it.
+    picture.spentGainMap = picture.last ? &storage->gainMap : nullptr;
     picture.metadata = parsed.metadata;
     picture.orientation = hdrconvert::NormalizeOrientation(parsed.orientation);
     picture.outputWidth = o.width;

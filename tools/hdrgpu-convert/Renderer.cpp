@@ -420,7 +420,7 @@ bool Renderer::InitDirect(int surfaceWidth, int surfaceHeight, std::string* reas
 }
 
 bool Renderer::DrawDirect(const Picture& picture, int outW, int outH, int* surfaceWidth, int* surfaceHeight,
-                          std::string* reason, YuvPlanes* spent)
+                          std::string* reason, YuvPlanes* spent, YuvPlanes* spentGainMap)
 {
     int surfaceW = 0;
     int surfaceH = 0;
@@ -436,9 +436,11 @@ bool Renderer::DrawDirect(const Picture& picture, int outW, int outH, int* surfa
         *reason = "GpuGenerateHdrSetHdrInfo failed";
         return false;
     }
-    if (spent != nullptr) {
-        // The intake copied the planes into their textures.
-        *spent = YuvPlanes();
+    // The intake copied the planes into their textures.
+    for (YuvPlanes* planes : {spent, spentGainMap}) {
+        if (planes != nullptr) {
+            *planes = YuvPlanes();
+        }
     }
     const int result = GpuGenerateHdr();
     if (result != GPU_GENERATE_SUCCESS) {

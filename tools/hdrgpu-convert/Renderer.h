@@ -112,6 +112,13 @@ struct EncodedPicture {
     // that does follow after all still works: its writes fault the pages in
     // again, or its planes are allocated again.
     bool last = false;
+    // The storage gainMap points into, when the renderer may hand the gain
+    // map's planes back to the system once the library holds them (the
+    // batch's last picture: a full-size three-channel gain map is three
+    // bytes per pixel that the draw and the writing no longer need). Null
+    // keeps them. Once the picture reaches the library, the planes may be
+    // gone, whether or not it renders.
+    YuvPlanes* spentGainMap = nullptr;
 };
 
 // The system-information keys the options set.
@@ -183,11 +190,11 @@ private:
     using PlaneFill = std::function<bool(int plane, uint8_t* const* mapped, std::string* reason)>;
     bool CheckMetadata(const GainMapMetadata& md, std::string* reason) const;
     bool DrawStreaming(HdrInfo* info, const int sizes[4], const PlaneFill& fill, bool last, std::string* reason);
-    // Direct mode: the library's intake and draw. Planes given as spent have
-    // their storage handed back between the two, once the intake has copied
-    // them into the textures.
+    // Direct mode: the library's intake and draw. Planes given as spent (the
+    // primary's, the gain map's) have their storage handed back between the
+    // two, once the intake has copied them into the textures.
     bool DrawDirect(const Picture& picture, int outW, int outH, int* surfaceW, int* surfaceH, std::string* reason,
-                    YuvPlanes* spent = nullptr);
+                    YuvPlanes* spent = nullptr, YuvPlanes* spentGainMap = nullptr);
     // Direct mode: the library initialised for a surface of this size (made
     // again when the size differs).
     bool InitDirect(int surfaceWidth, int surfaceHeight, std::string* reason);

@@ -10,6 +10,7 @@
 
 #include "HdrCommon.h"
 #include "HdrGenerate.h"
+#include "HdrPictureLevel.h"
 #include "HdrPlaneLimits.h"
 #include "HdrThreadContext.h"
 
@@ -153,9 +154,7 @@ int32_t HdrGenerate::ComputeApl(const uint8_t* plane, int32_t available, int wid
     uint64_t sum = 0;
     int32_t level = 0;
     if (count >= 1 && plane != nullptr) {
-        for (int32_t i = 0; i < count; ++i) {
-            sum += plane[i];
-        }
+        sum = SumOfBytes(plane, static_cast<size_t>(count));
         level = static_cast<int32_t>(static_cast<int64_t>(sum) / count);
     }
     HDR_LOG("Calculate APL = %d, apl = %llu, w = %d, h = %d", level, static_cast<unsigned long long>(sum), width,

@@ -34,3 +34,8 @@ set_tests_properties(GainMapShaders.PassGlslangValidator PROPERTIES
 add_executable(gain_map_variant_tests GainMapVariantTest.cpp ${PROJECT_SOURCE_DIR}/src/HdrGainMapVariant.cpp)
 target_link_libraries(gain_map_variant_tests PRIVATE hdrgpu_internal GTest::gtest GTest::gtest_main)
 gtest_discover_tests(gain_map_variant_tests DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 60)
+
+# The picture level's byte sum: a pure function, tested without EGL or GLES.
+add_executable(picture_level_tests PictureLevelTest.cpp ${PROJECT_SOURCE_DIR}/src/HdrPictureLevel.cpp)
+target_link_libraries(picture_level_tests PRIVATE hdrgpu_internal GTest::gtest GTest::gtest_main)
+gtest_discover_tests(picture_level_tests DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 60)

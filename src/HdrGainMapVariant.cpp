@@ -105,6 +105,14 @@ const char* const kGainCurve =
     "}\n"
     "\n";
 
+// The straight-line curve in the same function's name and uniforms.
+const char* const kAffineGainCurve =
+    "float pre_curve(float value)\n"
+    "{\n"
+    "\treturn curve_gain_point.x + 2.0 * curve_gain_grad.x * value;\n"
+    "}\n"
+    "\n";
+
 const char* const kMainStart =
     "void main()\n"
     "{\n" HDR_GLSL_SAMPLE_MAIN;
@@ -160,10 +168,12 @@ int GainMapVariantIndex(const GainMapVariant& variant)
     if (variant.inputCurve < 0 || variant.inputCurve > 3) {
         return -1;
     }
-    return ((((variant.packedGain ? 4 : 0) + variant.inputCurve) * 2 + (variant.applyGamma ? 1 : 0)) * 2 +
-            (variant.outputYuv ? 1 : 0)) *
-               4 +
-           (variant.flatGainChroma ? 2 : 0) + (variant.logDomain ? 1 : 0);
+    const int withoutCurve =
+        ((((variant.packedGain ? 4 : 0) + variant.inputCurve) * 2 + (variant.applyGamma ? 1 : 0)) * 2 +
+         (variant.outputYuv ? 1 : 0)) *
+            4 +
+        (variant.flatGainChroma ? 2 : 0) + (variant.logDomain ? 1 : 0);
+    return withoutCurve * 2 + (variant.affineGainCurve ? 1 : 0);
 }
 
 std::string GainMapVariantFragmentSource(const GainMapVariant& variant)
@@ -195,7 +205,7 @@ std::string GainMapVariantFragmentSource(const GainMapVariant& variant)
     } else {
         text += HDR_GLSL_EOTF "\n";
     }
-    text += kGainCurve;
+    text += variant.affineGainCurve ? kAffineGainCurve : kGainCurve;
     text += kMainStart;
     if (variant.logDomain) {
         text += kLogSdr;
@@ -253,6 +263,12 @@ void LogDomainConstants(int32_t inputCurve, const float inTrfn[7], const float t
     constants[1] = trfnInv[4] > 0.0f ? std::log2(trfnInv[4]) : -std::numeric_limits<float>::infinity();
     constants[2] = inputCurve == 3 && inTrfn[3] > 0.0f ? std::log2(inTrfn[3]) : 0.0f;
     constants[3] = 0.0f;
+}
+
+bool GainCurveIsAffine(const float points[3], const float grads[3])
+{
+    const float slope = grads[0];
+    return points[1] - points[0] == slope && points[2] - points[1] == slope && grads[1] == slope && grads[2] == slope;
 }
 
 void FlatGainChromaOffset(uint8_t u, uint8_t v, float rgb[3])

@@ -21,9 +21,12 @@ struct GainMapVariant {
     // The gain map's Y, U and V read with one fetch from the RGBA texture of
     // kPackedGainMapSampler instead of three planes (ignored with flat chroma).
     bool packedGain = false;
+    // The gain curve is one straight line (GainCurveIsAffine): the cubic
+    // pieces give way to one multiply-add. The factory curve is the identity.
+    bool affineGainCurve = false;
 };
 
-constexpr int kGainMapVariantCount = 4 * 2 * 2 * 2 * 2 * 2;
+constexpr int kGainMapVariantCount = 4 * 2 * 2 * 2 * 2 * 2 * 2;
 
 // 0 .. kGainMapVariantCount - 1, or -1 for a class no variant covers (an
 // input curve outside 0..3, which the general program leaves undefined).
@@ -62,6 +65,14 @@ bool LogDomainApplies(int32_t inputCurve, const float inTrfn[7], const float trf
 // infinity when d is not positive, so that no value falls below it), log2
 // of the parametric input curve's linear slope c (0 for other forms), 0.
 void LogDomainConstants(int32_t inputCurve, const float inTrfn[7], const float trfnInv[7], float constants[4]);
+
+// True when the gain curve (points p0, p1, p2 at 0, 0.5 and 1, and their
+// gradients per half, as the program's curve_gain_point and curve_gain_grad
+// hold them) is a straight line: each half's chord equals all three
+// gradients. Each cubic half is then that line exactly, beyond [0, 1] too,
+// and the curve is p0 + 2 * g0 * value. Compared exactly: the tuning's
+// values are whole multiples of 2^-10 and 2^-9.
+bool GainCurveIsAffine(const float points[3], const float grads[3]);
 
 // Contribution of constant U and V bytes to the gain map's R, G, B: the
 // general program's YUV matrix applied to (0, u/255 - 0.5, v/255 - 0.5).

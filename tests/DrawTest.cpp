@@ -447,6 +447,7 @@ TEST_F(DrawBands, PackedGainMapDrawsAsItsThreePlanes)
         GainMapVariant variant;
         variant.inputCurve = 3;
         variant.logDomain = !offsets;
+        variant.affineGainCurve = true;  // the factory gain curve
         std::vector<hdrtest::Rgba8> drawn[2];
         for (const bool packed : {true, false}) {
             if (!packed) {

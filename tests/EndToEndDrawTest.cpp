@@ -673,6 +673,30 @@ TEST_F(EndToEndDraw, FactoryGainCurve)
     DrawAndCompare(VariedPlanes(kWidth, kHeight, 261), job);
 }
 
+// A gain curve that is a straight line other than the identity takes the
+// program whose curve is one multiply-add, and matches the model; the same
+// line bent by one step of its last gradient takes the cubic curve.
+TEST_F(EndToEndDraw, StraightGainCurveTakesTheMultiplyAddProgram)
+{
+    for (const bool bent : {false, true}) {
+        SCOPED_TRACE(bent ? "bent" : "straight");
+        Job job = DefaultJob();
+        job.tuning.GAIN_CURVE_P0 = 100;
+        job.tuning.GAIN_CURVE_P1 = 400;
+        job.tuning.GAIN_CURVE_P2 = 700;
+        job.tuning.GAIN_CURVE_G0 = 150;
+        job.tuning.GAIN_CURVE_G1 = 150;
+        job.tuning.GAIN_CURVE_G2 = bent ? 151 : 150;
+        job.metadata.gainMapMin = {{-1.0f, -1.0f, -1.0f}};
+        job.metadata.gainMapMax = {{3.0f, 3.0f, 3.0f}};
+        job.checkVariant = true;
+        job.expectedVariant.inputCurve = 3;
+        job.expectedVariant.logDomain = true;
+        job.expectedVariant.affineGainCurve = !bent;
+        DrawAndCompare(VariedPlanes(kWidth, kHeight, 263), job);
+    }
+}
+
 // Everything at once: per-channel ranges, gamma, offsets, a blended boost, a gain curve, YUV out.
 TEST_F(EndToEndDraw, EverythingCombined)
 {
@@ -743,6 +767,7 @@ TEST_P(EndToEndPictureClass, SpecialisedAndGeneralProgramsBothMatchTheModel)
     job.expectedVariant.outputYuv = yuv;
     job.expectedVariant.flatGainChroma = flat;
     job.expectedVariant.logDomain = !offsets;
+    job.expectedVariant.affineGainCurve = true;  // the factory curve
     const Planes planes = flat ? FlatChromaPlanes(kWidth, kHeight, 311, 128, 128)
                                : VariedPlanes(kWidth, kHeight, 311);
     DrawAndCompare(planes, job, " (specialised)");
@@ -777,6 +802,7 @@ TEST_F(EndToEndDraw, LogDomainKeepsNegativeAndDarkChannels)
         job.checkVariant = true;
         job.expectedVariant.inputCurve = trfn;
         job.expectedVariant.logDomain = true;
+        job.expectedVariant.affineGainCurve = true;
         DrawAndCompare(RandomPlanes(kWidth, kHeight, 341 + static_cast<uint32_t>(trfn)), job, " (log domain)");
     }
 }

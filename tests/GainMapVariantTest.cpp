@@ -19,9 +19,11 @@ bool Has(const std::string& text, const std::string& piece)
     return text.find(piece) != std::string::npos;
 }
 
-GainMapVariant Variant(int curve, bool gamma, bool yuv, bool flat, bool log = false, bool packed = false)
+GainMapVariant Variant(int curve, bool gamma, bool yuv, bool flat, bool log = false, bool packed = false,
+                       bool affine = false)
 {
     GainMapVariant v;
+    v.affineGainCurve = affine;
     v.packedGain = packed;
     v.inputCurve = curve;
     v.applyGamma = gamma;
@@ -44,9 +46,9 @@ TEST(GainMapVariant, EveryClassHasItsOwnIndex)
 {
     std::set<int> seen;
     for (int curve = 0; curve < 4; ++curve) {
-        for (int bits = 0; bits < 32; ++bits) {
-            const int index =
-                GainMapVariantIndex(Variant(curve, bits & 1, bits & 2, bits & 4, bits & 8, bits & 16));
+        for (int bits = 0; bits < 64; ++bits) {
+            const int index = GainMapVariantIndex(
+                Variant(curve, bits & 1, bits & 2, bits & 4, bits & 8, bits & 16, bits & 32));
             EXPECT_GE(index, 0);
             EXPECT_LT(index, kGainMapVariantCount);
             seen.insert(index);
@@ -135,10 +137,29 @@ TEST(GainMapVariant, PackedGainMapIsSampledOnce)
     }
 }
 
+// A straight-line gain curve is one multiply-add of the same uniforms; the
+// text is otherwise the cubic one's.
+TEST(GainMapVariant, AffineGainCurveIsOneMultiplyAdd)
+{
+    const std::string affine = GainMapVariantFragmentSource(Variant(3, false, false, true, true, false, true));
+    EXPECT_TRUE(Has(affine, "\treturn curve_gain_point.x + 2.0 * curve_gain_grad.x * value;\n"));
+    EXPECT_FALSE(Has(affine, "float t3"));
+    const std::string cubic = GainMapVariantFragmentSource(Variant(3, false, false, true, true));
+    EXPECT_TRUE(Has(cubic, "float t3 = t2 * t;"));
+    EXPECT_EQ(Count(affine, "pre_curve("), Count(cubic, "pre_curve("));
+    const size_t start = cubic.find("float pre_curve(float value)");
+    const size_t end = cubic.find("void main()");
+    ASSERT_NE(start, std::string::npos);
+    ASSERT_NE(end, std::string::npos);
+    EXPECT_EQ(cubic.substr(0, start), affine.substr(0, start));
+    EXPECT_EQ(cubic.substr(end), affine.substr(affine.find("void main()")));
+}
+
 TEST(GainMapVariant, EveryTextIsGlslEs300WithTheSameOutput)
 {
     for (int index = 0; index < kGainMapVariantCount; ++index) {
-        const GainMapVariant v = Variant(index / 16 % 4, index & 8, index & 4, index & 2, index & 1, index >= 64);
+        const int c = index / 2;  // the class but for the gain curve
+        const GainMapVariant v = Variant(c / 16 % 4, c & 8, c & 4, c & 2, c & 1, c >= 64, index & 1);
         EXPECT_EQ(GainMapVariantIndex(v), index);
         const std::string text = GainMapVariantFragmentSource(v);
         EXPECT_EQ(text.rfind("#version 300 es\nprecision highp float;\n", 0), 0u) << index;
@@ -258,6 +279,44 @@ TEST(LogDomain, ThresholdAtZeroIsMinusInfinityAndOtherFormsHaveNoSlope)
     LogDomainConstants(1, kHlgInput, output, k);
     EXPECT_TRUE(std::isinf(k[1]) && k[1] < 0.0f);
     EXPECT_EQ(k[2], 0.0f);
+}
+
+// The factory curve (points 0, 512, 1024 of 1024; gradients 256 of 512) is
+// the identity; any straight line with equal chords and gradients is
+// affine; a bend anywhere is not.
+TEST(GainCurve, FactoryCurveIsAffine)
+{
+    const float points[3] = {0.0f, 0.5f, 1.0f};
+    const float grads[3] = {0.5f, 0.5f, 0.5f};
+    EXPECT_TRUE(GainCurveIsAffine(points, grads));
+}
+
+TEST(GainCurve, ShiftedStraightLineIsAffine)
+{
+    // Points 100, 400, 700 of 1024 and gradients 150 of 512: chords of
+    // 300 / 1024 = 150 / 512.
+    const float points[3] = {100.0f / 1024, 400.0f / 1024, 700.0f / 1024};
+    const float grads[3] = {150.0f / 512, 150.0f / 512, 150.0f / 512};
+    EXPECT_TRUE(GainCurveIsAffine(points, grads));
+}
+
+TEST(GainCurve, AnyBendIsNotAffine)
+{
+    const float points[3] = {0.0f, 0.5f, 1.0f};
+    const float grads[3] = {0.5f, 0.5f, 0.5f};
+    for (int i = 0; i < 3; ++i) {
+        SCOPED_TRACE(i);
+        float bentPoints[3] = {points[0], points[1], points[2]};
+        bentPoints[i] += 1.0f / 1024;
+        EXPECT_FALSE(GainCurveIsAffine(bentPoints, grads));
+        float bentGrads[3] = {grads[0], grads[1], grads[2]};
+        bentGrads[i] += 1.0f / 512;
+        EXPECT_FALSE(GainCurveIsAffine(points, bentGrads));
+    }
+    // Two straight halves of different slopes.
+    const float kinkedPoints[3] = {0.0f, 0.25f, 1.0f};
+    const float kinkedGrads[3] = {0.25f, 0.25f, 0.75f};
+    EXPECT_FALSE(GainCurveIsAffine(kinkedPoints, kinkedGrads));
 }
 
 TEST(PackedGainMap, OnlyRenderersSamplingOnTheCpuPack)

@@ -24,7 +24,7 @@ ${HDRGPU_DUMP_RUNNER}'$<TARGET_FILE:dump_gain_map_shaders>' '${HDRGPU_SHADER_DUM
 '${HDRGPU_GLSLANG_VALIDATOR}' '${HDRGPU_SHADER_DUMP_DIR}/gainmap.vert'; \
 '${HDRGPU_GLSLANG_VALIDATOR}' '${HDRGPU_SHADER_DUMP_DIR}/gainmap.frag'; \
 for f in '${HDRGPU_SHADER_DUMP_DIR}'/gainmap-variant-*.frag; do '${HDRGPU_GLSLANG_VALIDATOR}' \"$f\"; done; \
-test $(ls '${HDRGPU_SHADER_DUMP_DIR}'/gainmap-variant-*.frag | wc -l) -eq 128")
+test $(ls '${HDRGPU_SHADER_DUMP_DIR}'/gainmap-variant-*.frag | wc -l) -eq 256")
 set_tests_properties(GainMapShaders.PassGlslangValidator PROPERTIES
   FAIL_REGULAR_EXPRESSION "ERROR"
   TIMEOUT 60)

@@ -39,13 +39,15 @@ int main(int argc, char** argv)
     bool ok = WriteFile(dir + "/gainmap.vert", kGainMapVertexShader) &&
               WriteFile(dir + "/gainmap.frag", kGainMapFragmentShader);
     for (int index = 0; ok && index < kGainMapVariantCount; ++index) {
+        const int c = index / 2;  // the class but for the gain curve
         GainMapVariant variant;
-        variant.inputCurve = index / 16 % 4;
-        variant.packedGain = index >= 64;
-        variant.applyGamma = (index & 8) != 0;
-        variant.outputYuv = (index & 4) != 0;
-        variant.flatGainChroma = (index & 2) != 0;
-        variant.logDomain = (index & 1) != 0;
+        variant.inputCurve = c / 16 % 4;
+        variant.packedGain = c >= 64;
+        variant.applyGamma = (c & 8) != 0;
+        variant.outputYuv = (c & 4) != 0;
+        variant.flatGainChroma = (c & 2) != 0;
+        variant.logDomain = (c & 1) != 0;
+        variant.affineGainCurve = (index & 1) != 0;
         const std::string text = GainMapVariantFragmentSource(variant);
         ok = WriteFile(dir + "/gainmap-variant-" + std::to_string(index) + ".frag", text.c_str());
     }

@@ -274,7 +274,17 @@ TEST(ConvertCli, FirstFileIsRefusedAsALaterOneWouldBe)
     };
     const std::string badPrimary = spoil(f.container.primaryOffset, f.container.primarySize, dir + "/primary.jpg");
     const std::string badGainMap = spoil(f.container.gainMapOffset, f.container.gainMapSize, dir + "/gainmap.jpg");
-    for (const std::string& bad : {badPrimary, badGainMap}) {
+    // Both spoiled: the primary's fault is the one given, though the two are
+    // decoded side by side for a first file.
+    const std::string badBoth = dir + "/both.jpg";
+    {
+        std::vector<uint8_t> bytes = converttest::ReadFile(badPrimary);
+        const size_t end = f.container.gainMapOffset + f.container.gainMapSize;
+        std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(end - 40),
+                  bytes.begin() + static_cast<std::ptrdiff_t>(end - 2), 0xFF);
+        ASSERT_TRUE(converttest::WriteFile(badBoth, bytes));
+    }
+    for (const std::string& bad : {badPrimary, badGainMap, badBoth}) {
         SCOPED_TRACE(bad);
         const CommandResult first = RunConverter({bad, good, "-o", dir + "/first", "--format", "raw"});
         const CommandResult later = RunConverter({good, bad, "-o", dir + "/later", "--format", "raw"});
@@ -282,7 +292,7 @@ TEST(ConvertCli, FirstFileIsRefusedAsALaterOneWouldBe)
         EXPECT_EQ(later.exitCode, 1) << later.err;
         ASSERT_EQ(CountLinesStartingWith(first.err, "refused " + bad + ": "), 1) << first.err;
         EXPECT_EQ(first.err, later.err);
-        EXPECT_TRUE(Contains(first.err, bad == badPrimary ? ": primary image: " : ": gain map: ")) << first.err;
+        EXPECT_TRUE(Contains(first.err, bad == badGainMap ? ": gain map: " : ": primary image: ")) << first.err;
         EXPECT_TRUE(Contains(first.out, "1 of 2 file(s) converted")) << first.out;
         const std::vector<uint8_t> firstPixels = converttest::ReadFile(dir + "/first/good.rgba");
         EXPECT_FALSE(firstPixels.empty());

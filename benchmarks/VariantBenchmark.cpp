@@ -12,6 +12,10 @@
 //   draw/variant-log/<w>        the same picture without offsets, whose specialised
 //                               program works in logarithms (the gain's chroma
 //                               taken as constants where it is flat)
+//   draw/variant-cubic/<w>      the variant row's program with the gain curve
+//                               evaluated as its two cubic pieces, as every
+//                               draw did before a straight-line curve (the
+//                               factory one) had programs of its own
 //   draw/passthrough/<w>        the pass-through program over the same six planes:
 //                               the least a one-pass program costs here
 // Besides wall time, each row reports process_cpu_ms: the CPU time of the
@@ -44,7 +48,7 @@ double ProcessCpuMs()
 using hdrbench::EngineSession;
 using hdrbench::Workload;
 
-enum class Program { General, Variant, VariantFlat, VariantLog, VariantPacked, PassThrough };
+enum class Program { General, Variant, VariantCubic, VariantFlat, VariantLog, VariantPacked, PassThrough };
 
 void DrawToFinish(HdrGenerate* engine, GLuint program, const Workload& w)
 {
@@ -93,6 +97,15 @@ void Draw(benchmark::State& state, const Workload* workload, Program which)
     variant.outputYuv = engine->outputYUV;
     variant.flatGainChroma = which == Program::VariantFlat || (which == Program::VariantLog && !workload->gainChroma);
     variant.packedGain = which == Program::VariantPacked;
+    // As the engine picks it: the tuning's curve decides, unless the row is
+    // the cubic one.
+    GLfloat curvePoints[3] = {};
+    GLfloat curveGrads[3] = {};
+    glGetUniformfv(engine->shaderManager->GetProgram(),
+                   glGetUniformLocation(engine->shaderManager->GetProgram(), "curve_gain_point"), curvePoints);
+    glGetUniformfv(engine->shaderManager->GetProgram(),
+                   glGetUniformLocation(engine->shaderManager->GetProgram(), "curve_gain_grad"), curveGrads);
+    variant.affineGainCurve = which != Program::VariantCubic && GainCurveIsAffine(curvePoints, curveGrads);
     if (variant.packedGain && !engine->packedGain.Current()) {
         state.SkipWithError("the upload packed no gain map");
         return;
@@ -160,6 +173,11 @@ void Register()
             ->Unit(benchmark::kMillisecond)
             ->Iterations(iterations);
         benchmark::RegisterBenchmark(hdrbench::Name("draw", "variant", w).c_str(), Draw, &w, Program::Variant)
+            ->UseRealTime()
+            ->Unit(benchmark::kMillisecond)
+            ->Iterations(iterations);
+        benchmark::RegisterBenchmark(hdrbench::Name("draw", "variant-cubic", w).c_str(), Draw, &w,
+                                     Program::VariantCubic)
             ->UseRealTime()
             ->Unit(benchmark::kMillisecond)
             ->Iterations(iterations);

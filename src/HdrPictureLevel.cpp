@@ -1,3 +1,4 @@
+// The picture level's byte sum.
 #include "HdrPictureLevel.h"
 
 uint64_t SumOfBytes(const uint8_t* bytes, size_t count)

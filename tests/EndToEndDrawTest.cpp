@@ -658,16 +658,22 @@ TEST_F(EndToEndDraw, WideGamutsRenderUnconverted)
     }
 }
 
+// The tuning's gain curve: points in 1024ths, gradients in 512ths.
+void SetGainCurve(TuningValues* tuning, const std::array<int32_t, 3>& points, const std::array<int32_t, 3>& grads)
+{
+    tuning->GAIN_CURVE_P0 = points[0];
+    tuning->GAIN_CURVE_P1 = points[1];
+    tuning->GAIN_CURVE_P2 = points[2];
+    tuning->GAIN_CURVE_G0 = grads[0];
+    tuning->GAIN_CURVE_G1 = grads[1];
+    tuning->GAIN_CURVE_G2 = grads[2];
+}
+
 // A factory gain curve other than the identity reshapes the gain map before the gain.
 TEST_F(EndToEndDraw, FactoryGainCurve)
 {
     Job job = DefaultJob();
-    job.tuning.GAIN_CURVE_P0 = 100;
-    job.tuning.GAIN_CURVE_P1 = 400;
-    job.tuning.GAIN_CURVE_P2 = 900;
-    job.tuning.GAIN_CURVE_G0 = 700;
-    job.tuning.GAIN_CURVE_G1 = 100;
-    job.tuning.GAIN_CURVE_G2 = 300;
+    SetGainCurve(&job.tuning, {100, 400, 900}, {700, 100, 300});
     job.metadata.gainMapMin = {{-1.0f, -1.0f, -1.0f}};
     job.metadata.gainMapMax = {{3.0f, 3.0f, 3.0f}};
     DrawAndCompare(VariedPlanes(kWidth, kHeight, 261), job);
@@ -681,12 +687,7 @@ TEST_F(EndToEndDraw, StraightGainCurveTakesTheMultiplyAddProgram)
     for (const bool bent : {false, true}) {
         SCOPED_TRACE(bent ? "bent" : "straight");
         Job job = DefaultJob();
-        job.tuning.GAIN_CURVE_P0 = 100;
-        job.tuning.GAIN_CURVE_P1 = 400;
-        job.tuning.GAIN_CURVE_P2 = 700;
-        job.tuning.GAIN_CURVE_G0 = 150;
-        job.tuning.GAIN_CURVE_G1 = 150;
-        job.tuning.GAIN_CURVE_G2 = bent ? 151 : 150;
+        SetGainCurve(&job.tuning, {100, 400, 700}, {150, 150, bent ? 151 : 150});
         job.metadata.gainMapMin = {{-1.0f, -1.0f, -1.0f}};
         job.metadata.gainMapMax = {{3.0f, 3.0f, 3.0f}};
         job.checkVariant = true;
@@ -713,12 +714,7 @@ TEST_F(EndToEndDraw, EverythingCombined)
     job.tuning.MDB_T1 = 30;
     job.tuning.MDB_T2 = 230;
     job.tuning.GAMMA_MUL = 100;
-    job.tuning.GAIN_CURVE_P0 = 30;
-    job.tuning.GAIN_CURVE_P1 = 560;
-    job.tuning.GAIN_CURVE_P2 = 1000;
-    job.tuning.GAIN_CURVE_G0 = 400;
-    job.tuning.GAIN_CURVE_G1 = 200;
-    job.tuning.GAIN_CURVE_G2 = 150;
+    SetGainCurve(&job.tuning, {30, 560, 1000}, {400, 200, 150});
     job.outputYUV = true;
     DrawAndCompare(VariedPlanes(kWidth, kHeight, 271), job);
 }

@@ -99,13 +99,8 @@ void Draw(benchmark::State& state, const Workload* workload, Program which)
     variant.packedGain = which == Program::VariantPacked;
     // As the engine picks it: the tuning's curve decides, unless the row is
     // the cubic one.
-    GLfloat curvePoints[3] = {};
-    GLfloat curveGrads[3] = {};
-    glGetUniformfv(engine->shaderManager->GetProgram(),
-                   glGetUniformLocation(engine->shaderManager->GetProgram(), "curve_gain_point"), curvePoints);
-    glGetUniformfv(engine->shaderManager->GetProgram(),
-                   glGetUniformLocation(engine->shaderManager->GetProgram(), "curve_gain_grad"), curveGrads);
-    variant.affineGainCurve = which != Program::VariantCubic && GainCurveIsAffine(curvePoints, curveGrads);
+    variant.affineGainCurve =
+        which != Program::VariantCubic && ReadAffineGainCurve(engine->shaderManager->GetProgram());
     if (variant.packedGain && !engine->packedGain.Current()) {
         state.SkipWithError("the upload packed no gain map");
         return;

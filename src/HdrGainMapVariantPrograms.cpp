@@ -207,6 +207,14 @@ bool ReadLogDomainConstants(GLuint registered, int32_t inputCurve, float constan
     return true;
 }
 
+bool ReadAffineGainCurve(GLuint registered)
+{
+    float points[3] = {};
+    float grads[3] = {};
+    return ReadFloats(registered, "curve_gain_point", 3, false, points) &&
+           ReadFloats(registered, "curve_gain_grad", 3, false, grads) && GainCurveIsAffine(points, grads);
+}
+
 void CopySharedUniforms(GLuint from, const std::vector<SharedUniform>& shared)
 {
     for (const SharedUniform& uniform : shared) {

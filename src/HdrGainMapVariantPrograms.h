@@ -82,4 +82,8 @@ void CopySharedUniforms(GLuint from, const std::vector<SharedUniform>& shared);
 // (LogDomainApplies); if so, the constants that takes, in `constants`.
 bool ReadLogDomainConstants(GLuint registered, int32_t inputCurve, float constants[4]);
 
+// Whether the registered program's current gain curve is a straight line
+// (GainCurveIsAffine); false when its curve uniforms cannot be read.
+bool ReadAffineGainCurve(GLuint registered);
+
 #endif

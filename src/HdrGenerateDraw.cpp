@@ -20,11 +20,7 @@ GLuint HdrGenerate::DrawProgram(GLuint registered)
     variant.outputYuv = outputYUV;
     variant.flatGainChroma = gainChroma.Flat();
     variant.packedGain = !variant.flatGainChroma && packedGain.Current();
-    GLfloat curvePoints[3] = {};
-    GLfloat curveGrads[3] = {};
-    glGetUniformfv(registered, Uniform(UNIFORM_CURVE_GAIN_POINT), curvePoints);
-    glGetUniformfv(registered, Uniform(UNIFORM_CURVE_GAIN_GRAD), curveGrads);
-    variant.affineGainCurve = GainCurveIsAffine(curvePoints, curveGrads);
+    variant.affineGainCurve = ReadAffineGainCurve(registered);
     GainMapVariantValues values;
     values.packedGainUnit = static_cast<GLint>(PACKED_GAIN_TEXTURE_UNIT - GL_TEXTURE0);
     gainChroma.Offset(values.flatChroma);

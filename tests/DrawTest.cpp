@@ -397,6 +397,23 @@ TEST_F(DrawPass, RegisteredValuesDecideTheLogDomain)
     EXPECT_FALSE(ReadLogDomainConstants(registered, 3, constants));
 }
 
+// The registered program's gain curve decides the straight-line programs:
+// the factory curve is one, the same curve with one gradient bent is not.
+TEST_F(DrawPass, RegisteredValuesDecideTheStraightGainCurve)
+{
+    const GLuint registered = e_->shaderManager->GetProgram();
+    ASSERT_NE(registered, 0u);
+    glUseProgram(registered);
+    glUniform3f(glGetUniformLocation(registered, "curve_gain_point"), 0.0f, 0.5f, 1.0f);
+    glUniform3f(glGetUniformLocation(registered, "curve_gain_grad"), 0.5f, 0.5f, 0.5f);
+    EXPECT_TRUE(ReadAffineGainCurve(registered));
+    glUniform3f(glGetUniformLocation(registered, "curve_gain_grad"), 0.5f, 0.5f, 0.5f + 1.0f / 512);
+    EXPECT_FALSE(ReadAffineGainCurve(registered));
+    EXPECT_FALSE(ReadAffineGainCurve(0)) << "no program, no curve";
+    while (glGetError() != GL_NO_ERROR) {
+    }
+}
+
 // An output twice the planes' size is filtered: the two output pixels over
 // each texel differ where the neighbouring texels do (texel for texel they
 // would be equal).

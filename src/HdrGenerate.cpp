@@ -81,6 +81,7 @@ HdrGenerate::HdrGenerate(std::unique_ptr<const OutputImages> images)
       mappedBytes{},
       bufferBytes{},
       currentPlane(-1),
+      streamedGainPlanes(0),
       useSpecialisedPrograms(true),
       packGainMaps(false),
       texelSampler(0),

@@ -141,15 +141,20 @@ public:
     int32_t mappedBytes[DATA_TYPE_COUNT];
     int32_t bufferBytes[DATA_TYPE_COUNT];  // each upload buffer's allocated size
     int32_t currentPlane;
+    // The gain-map planes (bit 0 Y, 1 U, 2 V) streamed whole into their
+    // textures since the buffers were last mapped for the host.
+    unsigned streamedGainPlanes;
 
     // The draw uses the picture class's specialised program (built on first
     // need); false draws with the registered general program.
     bool useSpecialisedPrograms;
     GainMapVariantPrograms variantPrograms;
     GainChromaContent gainChroma;
-    // The direct mode's gain map in one texture, for the programs that read
-    // its three planes; filled at the intake when its chroma is not flat and
-    // packGainMaps is set (at Init, for renderers that sample on the CPU).
+    // The gain map in one texture, for the programs that read its three
+    // planes; filled when its chroma is not flat and packGainMaps is set (at
+    // Init, for renderers that sample on the CPU): by the direct mode's
+    // intake, and in the streaming mode as soon as the last of the three
+    // planes is in. Current only while it holds what the planes' textures do.
     PackedGainMap packedGain;
     bool packGainMaps;
 
@@ -201,6 +206,13 @@ private:
     // Packs the gain map the direct mode just uploaded into packedGain, when
     // a specialised program will read its three planes.
     void PackGainMap();
+    // Packs the streamed gain map from its upload buffers, mapped again for
+    // reading, when the last intake's metadata says packing will pay.
+    void PackStreamedGainMap();
+    // A specialised program for the stored metadata reads a gain map of this
+    // size through the packed texture: packing is on, the chroma is not
+    // flat, and the gain map is filtered rather than sampled texel for texel.
+    bool GainMapWorthPacking(int gainWidth, int gainHeight) const;
 
     void ApplyDirectModeOutput();
     void ReleaseOutputSurface(EGLInfo& egl);

@@ -173,12 +173,14 @@ int HdrGenerate::UpdateTextures()
     if (!HdrPlaneSizesAccepted(hdrInfo)) {
         return GPU_GENERATE_ERROR_BAD_INPUT;
     }
-    // Until this picture's gain map is packed, the one packed before is stale.
-    packedGain.Invalidate();
-
     if (initOption.usePBO) {
-        // The planes reached their textures through UpdateDataEnd; prepare
-        // the buffers for the next picture.
+        // The planes reached their textures through UpdateDataEnd, and the
+        // gain map was packed as they came in, judged by the metadata before
+        // this one: this picture's may make the packed copy useless.
+        if (packedGain.Current() && !GainMapWorthPacking(streamedSizes[GAINMAP_Y][0], streamedSizes[GAINMAP_Y][1])) {
+            packedGain.Release();
+        }
+        // Prepare the buffers for the next picture.
         HDR_LOG("optimized !!!!!!!!!!!!!!!!!!!!!!!!\n");
         UpdatePBOs();
         // A buffer that could not be mapped leaves the host nowhere to write
@@ -190,6 +192,8 @@ int HdrGenerate::UpdateTextures()
             }
         }
     } else {
+        // Until this picture's gain map is packed, the one packed before is stale.
+        packedGain.Invalidate();
         for (const uint8_t* data : {hdrInfo.mainImagePlanes[0], hdrInfo.mainImagePlanes[1], hdrInfo.mainImagePlanes[2],
                                     hdrInfo.gainMapPlanes[0], hdrInfo.gainMapPlanes[1], hdrInfo.gainMapPlanes[2]}) {
             if (data == nullptr) {
@@ -236,7 +240,7 @@ int HdrGenerate::UpdateTextures()
     return GPU_GENERATE_SUCCESS;
 }
 
-void HdrGenerate::PackGainMap()
+bool HdrGenerate::GainMapWorthPacking(int gainWidth, int gainHeight) const
 {
     // Only a specialised program reads the packed texture, and only when the
     // gain map's chroma is not flat (flat chroma is not sampled at all). A
@@ -245,10 +249,15 @@ void HdrGenerate::PackGainMap()
     // large as the picture.
     GainMapVariant variant;
     variant.inputCurve = static_cast<int32_t>(hdrInfo.trfn);
-    const bool filtered = !PlaneMapsOneToOne(hdrInfo.nGainMapWidth, hdrInfo.nGainMapHeight, hdrInfo.outputWidth,
-                                             hdrInfo.outputHeight, hdrInfo.outputRotate);
-    if (!packGainMaps || !useSpecialisedPrograms || GainMapVariantIndex(variant) < 0 || gainChroma.Flat() ||
-        !filtered) {
+    const bool filtered =
+        !PlaneMapsOneToOne(gainWidth, gainHeight, hdrInfo.outputWidth, hdrInfo.outputHeight, hdrInfo.outputRotate);
+    return packGainMaps && useSpecialisedPrograms && GainMapVariantIndex(variant) >= 0 && !gainChroma.Flat() &&
+           filtered;
+}
+
+void HdrGenerate::PackGainMap()
+{
+    if (!GainMapWorthPacking(hdrInfo.nGainMapWidth, hdrInfo.nGainMapHeight)) {
         // A texture reserved for this picture goes before the draw, whose end
         // is the process's peak: 3 MiB for a phone's quarter-size gain map.
         packedGain.Release();
@@ -293,6 +302,9 @@ void HdrGenerate::UpdatePBOs()
             if (plane >= GAINMAP_U) {
                 gainChroma.Forget(plane - GAINMAP_U);
             }
+            if (plane >= GAINMAP_Y) {
+                packedGain.Invalidate();
+            }
             streamedSizes[plane][0] = width;
             streamedSizes[plane][1] = height;
         }
@@ -302,6 +314,8 @@ void HdrGenerate::UpdatePBOs()
         glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
     }
     isAplPending = false;
+    // The buffers now hold nothing the host wrote.
+    streamedGainPlanes = 0;
 
     HDR_LOG("HdrGenerate::UpdatePBOs glFenceSync");
     if (!isPboIdle && uploadFence != nullptr) {
@@ -415,13 +429,15 @@ bool HdrGenerate::UpdateDataEnd(int width, int height)
         gainChroma.Note(currentPlane - GAINMAP_U, mappedPlanes[currentPlane], written < mapped ? written : mapped);
     }
     glUnmapBuffer(GL_PIXEL_UNPACK_BUFFER);
-    if (currentPlane >= GAINMAP_Y) {
+    const int plane = currentPlane;
+    if (plane >= GAINMAP_Y) {
         packedGain.Invalidate();
+        streamedGainPlanes &= ~(1u << (plane - GAINMAP_Y));
     }
-    if (currentPlane >= 0) {
+    if (plane >= 0) {
         // The mapping is gone with the unmap; the next metadata intake maps anew.
-        mappedPlanes[currentPlane] = nullptr;
-        mappedBytes[currentPlane] = 0;
+        mappedPlanes[plane] = nullptr;
+        mappedBytes[plane] = 0;
         currentPlane = -1;
     }
     // From the bound buffer: the data argument is an offset into it.
@@ -431,9 +447,64 @@ bool HdrGenerate::UpdateDataEnd(int width, int height)
         HDR_LOG("%d ERROR: GL_error\n", __LINE__);
         return false;
     }
+    if (plane >= GAINMAP_Y && width == streamedSizes[plane][0] && height == streamedSizes[plane][1]) {
+        streamedGainPlanes |= 1u << (plane - GAINMAP_Y);
+        if (streamedGainPlanes == 7u) {
+            PackStreamedGainMap();
+        }
+    }
     if (!UnbindThreadContext()) {
         HDR_LOG("%d ERROR: no context\n", __LINE__);
         return false;
     }
     return true;
+}
+
+void HdrGenerate::PackStreamedGainMap()
+{
+    const int width = streamedSizes[GAINMAP_Y][0];
+    const int height = streamedSizes[GAINMAP_Y][1];
+    for (int plane = GAINMAP_U; plane < DATA_TYPE_COUNT; ++plane) {
+        if (streamedSizes[plane][0] != width || streamedSizes[plane][1] != height) {
+            return;
+        }
+    }
+    // The picture's own metadata comes after its planes; the last picture's
+    // stands in for it here, and the intake checks again.
+    if (!GainMapWorthPacking(width, height)) {
+        return;
+    }
+    // The buffers still hold what the host wrote. Only renderers that sample
+    // on the CPU pack, and theirs map the buffer's own memory: no copy.
+    const int32_t bytes = Product32(width, height);
+    const uint8_t* planes[3] = {nullptr, nullptr, nullptr};
+    bool mapped = true;
+    for (int i = 0; i < 3; ++i) {
+        glBindBuffer(GL_COPY_READ_BUFFER, pixelBuffers[GAINMAP_Y + i]);
+        if (bytes <= bufferBytes[GAINMAP_Y + i]) {
+            planes[i] = static_cast<const uint8_t*>(glMapBufferRange(GL_COPY_READ_BUFFER, 0, bytes, GL_MAP_READ_BIT));
+        }
+        mapped = mapped && planes[i] != nullptr;
+    }
+    GLenum error = GL_NO_ERROR;
+    const bool packed =
+        mapped && packedGain.Upload(PACKED_GAIN_TEXTURE_UNIT, planes[0], planes[1], planes[2], width, height, &error);
+    for (int i = 0; i < 3; ++i) {
+        if (planes[i] != nullptr) {
+            glBindBuffer(GL_COPY_READ_BUFFER, pixelBuffers[GAINMAP_Y + i]);
+            glUnmapBuffer(GL_COPY_READ_BUFFER);
+        }
+    }
+    glBindBuffer(GL_COPY_READ_BUFFER, 0);
+    if (!mapped) {
+        error = glGetError();
+        // Drivers may hold several error flags; none is left for later calls.
+        for (int flags = 0; flags < 8 && glGetError() != GL_NO_ERROR; ++flags) {
+        }
+    }
+    if (!packed) {
+        // Not fatal: the draw samples the three planes instead.
+        HDR_LOG("%d ERROR: packing the gain map's planes failed (GL error 0x%x); they are sampled apart\n", __LINE__,
+                static_cast<unsigned>(error));
+    }
 }

@@ -445,15 +445,25 @@ TEST_F(DrawBands, ScaledOutputIsFiltered)
 
 // A gain map of half the output's size is filtered; read from the packed
 // texture it gives the pixels its three planes give, to one code, with and
-// without offsets (the multiplying and the logarithmic programs).
+// without offsets (the multiplying and the logarithmic programs), packed by
+// the direct mode's intake or as the streaming mode's planes came in.
 TEST_F(DrawBands, PackedGainMapDrawsAsItsThreePlanes)
 {
     const hdrtest::Planes planes = hdrtest::MakePlanes(44, 28, 22, 14, 5);
-    for (const bool offsets : {true, false}) {
-        SCOPED_TRACE(offsets ? "offsets" : "no offsets");
-        EngineHarness harness(44, 28, display_);
+    for (int run = 0; run < 4; ++run) {
+        const bool offsets = run < 2;
+        const bool streaming = run % 2 == 1;
+        SCOPED_TRACE(::testing::Message() << (offsets ? "offsets, " : "no offsets, ")
+                                          << (streaming ? "streaming" : "direct"));
+        EngineHarness harness(44, 28, display_, streaming);
         ASSERT_TRUE(harness.ok());
-        ASSERT_EQ(harness.Upload(planes), 0);
+        if (streaming) {
+            ASSERT_EQ(harness.Intake(planes, 44, 28), 0);
+            ASSERT_TRUE(harness.Stream(planes));
+            ASSERT_EQ(harness.Intake(planes, 44, 28), 0);
+        } else {
+            ASSERT_EQ(harness.Upload(planes), 0);
+        }
         HdrGenerate* engine = HdrGenerate::GetInstance();
         engine->hdrInfo.hdrCapacityMax = 2.0f;
         for (int c = 0; c < 3; ++c) {

@@ -49,6 +49,33 @@ protected:
         ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
     }
 
+    // The packed gain map is current, bound on its own unit, and every texel
+    // is (y, u, v, 255) of the gain map's planes.
+    void ExpectPackedTexelsHold(const Planes& planes)
+    {
+        HdrGenerate* e = HdrGenerate::GetInstance();
+        ASSERT_TRUE(e->packedGain.Current());
+        ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+        GLint bound = 0;
+        glActiveTexture(PACKED_GAIN_TEXTURE_UNIT);
+        glGetIntegerv(GL_TEXTURE_BINDING_2D, &bound);
+        EXPECT_EQ(static_cast<GLuint>(bound), e->packedGain.Texture()) << "left on its own unit";
+        const int w = planes.gainWidth;
+        const int h = planes.gainHeight;
+        const auto texels = hdrtest::ReadRgbaTexture(e->packedGain.Texture(), w, h);
+        ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+        const size_t count = static_cast<size_t>(w) * static_cast<size_t>(h);
+        ASSERT_EQ(texels.size(), count * 4u);
+        int wrong = 0;
+        for (size_t i = 0; i < count; ++i) {
+            const uint8_t expected[4] = {planes.gain[0][i], planes.gain[1][i], planes.gain[2][i], 255};
+            if (std::memcmp(&texels[4 * i], expected, 4) != 0 && ++wrong <= 5) {
+                ADD_FAILURE() << "texel " << i << " holds " << int(texels[4 * i]) << "/" << int(texels[4 * i + 1])
+                              << "/" << int(texels[4 * i + 2]) << "/" << int(texels[4 * i + 3]);
+            }
+        }
+    }
+
     // The APL line of the last upload, as its message part reads.
     static std::string AplLine(const LogCapture& capture)
     {
@@ -478,24 +505,7 @@ TEST_F(Upload, DirectGainMapWithChromaIsPackedTexelForTexel)
     ASSERT_TRUE(harness.ok());
     const Planes planes = MakePlanes(37, 150, 19, 141, 41);
     ASSERT_EQ(harness.Upload(planes), 0);
-    HdrGenerate* e = HdrGenerate::GetInstance();
-    ASSERT_TRUE(e->packedGain.Current());
-    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
-    GLint bound = 0;
-    glActiveTexture(PACKED_GAIN_TEXTURE_UNIT);
-    glGetIntegerv(GL_TEXTURE_BINDING_2D, &bound);
-    EXPECT_EQ(static_cast<GLuint>(bound), e->packedGain.Texture()) << "left on its own unit";
-    const auto texels = hdrtest::ReadRgbaTexture(e->packedGain.Texture(), 19, 141);
-    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
-    ASSERT_EQ(texels.size(), 19u * 141u * 4u);
-    int wrong = 0;
-    for (size_t i = 0; i < 19u * 141u; ++i) {
-        const uint8_t expected[4] = {planes.gain[0][i], planes.gain[1][i], planes.gain[2][i], 255};
-        if (std::memcmp(&texels[4 * i], expected, 4) != 0 && ++wrong <= 5) {
-            ADD_FAILURE() << "texel " << i << " holds " << int(texels[4 * i]) << "/" << int(texels[4 * i + 1]) << "/"
-                          << int(texels[4 * i + 2]) << "/" << int(texels[4 * i + 3]);
-        }
-    }
+    ExpectPackedTexelsHold(planes);
     // The three planes keep their own textures too.
     ExpectTexturesHold(planes);
 }
@@ -646,15 +656,118 @@ TEST_F(Upload, GainMapIsPackedOnlyForTheThreePlaneDirectDraw)
         EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
         EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
     }
+}
+
+// The streaming mode packs the gain map as soon as the last of its three
+// planes is in, whatever order the host streams the planes in, from the
+// bytes the host wrote into the buffers; the picture's intake keeps it.
+TEST_F(Upload, StreamedGainMapIsPackedWhenItsLastPlaneIsIn)
+{
+    const int orders[][6] = {{0, 1, 2, 3, 4, 5}, {5, 0, 3, 1, 4, 2}, {4, 3, 5, 2, 1, 0}};
+    for (const auto& order : orders) {
+        SCOPED_TRACE(::testing::Message() << "planes " << order[0] << order[1] << order[2] << order[3] << order[4]
+                                          << order[5]);
+        EngineHarness harness(37, 150, display_, true);
+        ASSERT_TRUE(harness.ok());
+        const Planes planes = MakePlanes(37, 150, 19, 141, 42);
+        ASSERT_EQ(harness.Intake(planes, 37, 150), 0);
+        HdrGenerate* e = HdrGenerate::GetInstance();
+        int gainPlanesIn = 0;
+        for (const int plane : order) {
+            ASSERT_TRUE(harness.StreamPlane(planes, plane));
+            gainPlanesIn += plane >= 3 ? 1 : 0;
+            EXPECT_EQ(e->packedGain.Current(), gainPlanesIn == 3) << "after plane " << plane;
+        }
+        ASSERT_EQ(harness.Intake(planes, 37, 150), 0);
+        ExpectPackedTexelsHold(planes);
+        ExpectTexturesHold(planes);
+    }
+}
+
+// The packed gain map stands for what the three textures hold and is used
+// only where it pays: not after a gain plane streamed short, not for flat
+// chroma, not while the last picture sampled its gain map texel for texel,
+// and handed back at the intake of a picture that samples it so.
+TEST_F(Upload, StreamedGainMapIsPackedOnlyWhenWholeAndWorthIt)
+{
     {
-        SCOPED_TRACE("streaming");
+        SCOPED_TRACE("a gain plane streamed short");
         EngineHarness harness(23, 11, display_, true);
         ASSERT_TRUE(harness.ok());
-        const Planes planes = MakePlanes(23, 11, 9, 7, 47);
+        const Planes planes = MakePlanes(23, 11, 9, 7, 51);
+        ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
+        for (int plane = 0; plane < 5; ++plane) {
+            ASSERT_TRUE(harness.StreamPlane(planes, plane));
+        }
+        HdrGenerate* e = HdrGenerate::GetInstance();
+        ASSERT_TRUE(e->UpdateDataBegin(5));
+        std::memcpy(e->mappedPlanes[5], planes.gain[2].data(), planes.gain[2].size());
+        ASSERT_TRUE(e->UpdateDataEnd(9, 6));
+        EXPECT_FALSE(e->packedGain.Current());
+    }
+    {
+        SCOPED_TRACE("the next picture's gain map streamed in part");
+        EngineHarness harness(23, 11, display_, true);
+        ASSERT_TRUE(harness.ok());
+        const Planes planes = MakePlanes(23, 11, 9, 7, 52);
         ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
         ASSERT_TRUE(harness.Stream(planes));
         ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
+        HdrGenerate* e = HdrGenerate::GetInstance();
+        ASSERT_TRUE(e->packedGain.Current());
+        const Planes next = MakePlanes(23, 11, 9, 7, 57);
+        LogCapture capture;
+        ASSERT_TRUE(harness.StreamPlane(next, 3));
+        EXPECT_FALSE(e->packedGain.Current()) << "the Y texture holds the next picture's";
+        ASSERT_TRUE(harness.StreamPlane(next, 4));
+        EXPECT_FALSE(e->packedGain.Current()) << "V was streamed for the picture before";
+        ASSERT_EQ(harness.Intake(next, 23, 11), 0);
+        EXPECT_FALSE(e->packedGain.Current());
+        for (const std::string& message : capture.Messages()) {
+            EXPECT_EQ(message.find("ERROR"), std::string::npos) << "no packing was even tried: " << message;
+        }
+    }
+    {
+        SCOPED_TRACE("flat chroma");
+        EngineHarness harness(23, 11, display_, true);
+        ASSERT_TRUE(harness.ok());
+        Planes planes = MakePlanes(23, 11, 9, 7, 53);
+        planes.gain[1].assign(planes.gain[1].size(), 128);
+        planes.gain[2].assign(planes.gain[2].size(), 140);
+        ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
+        ASSERT_TRUE(harness.Stream(planes));
         EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
+        EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
+    }
+    {
+        SCOPED_TRACE("the last picture sampled its gain map texel for texel");
+        EngineHarness harness(9, 7, display_, true);
+        ASSERT_TRUE(harness.ok());
+        const Planes planes = MakePlanes(23, 11, 9, 7, 54);
+        ASSERT_EQ(harness.Intake(planes, 9, 7), 0);
+        ASSERT_TRUE(harness.Stream(planes));
+        EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
+    }
+    {
+        SCOPED_TRACE("this picture samples its gain map texel for texel");
+        EngineHarness harness(23, 11, display_, true);
+        ASSERT_TRUE(harness.ok());
+        const Planes planes = MakePlanes(23, 11, 9, 7, 55);
+        ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
+        ASSERT_TRUE(harness.Stream(planes));
+        ASSERT_TRUE(HdrGenerate::GetInstance()->packedGain.Current());
+        ASSERT_EQ(harness.Intake(planes, 9, 7), 0);
+        EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
+        EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u) << "its memory handed back";
+    }
+    {
+        SCOPED_TRACE("renderer sampling on a GPU");
+        EngineHarness harness(23, 11, display_, true);
+        ASSERT_TRUE(harness.ok());
+        HdrGenerate::GetInstance()->packGainMaps = false;
+        const Planes planes = MakePlanes(23, 11, 9, 7, 56);
+        ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
+        ASSERT_TRUE(harness.Stream(planes));
         EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
     }
 }

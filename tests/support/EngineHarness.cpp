@@ -101,26 +101,31 @@ int EngineHarness::Intake(const Planes& planes, int outputWidth, int outputHeigh
 
 bool EngineHarness::Stream(const Planes& planes)
 {
-    HdrGenerate* engine = HdrGenerate::GetInstance();
     for (int plane = 0; plane < 6; ++plane) {
-        const bool isMain = plane < 3;
-        const std::vector<uint8_t>& bytes = isMain ? planes.main[plane] : planes.gain[plane - 3];
-        int width = isMain ? planes.mainWidth : planes.gainWidth;
-        int height = isMain ? planes.mainHeight : planes.gainHeight;
-        if (!engine->UpdateDataBegin(plane)) {
-            return false;
-        }
-        uint8_t* target = engine->mappedPlanes[plane];
-        if (target == nullptr || bytes.size() != static_cast<size_t>(width) * height) {
-            engine->UpdateDataEnd(width, height);
-            return false;
-        }
-        std::memcpy(target, bytes.data(), bytes.size());
-        if (!engine->UpdateDataEnd(width, height)) {
+        if (!StreamPlane(planes, plane)) {
             return false;
         }
     }
     return true;
+}
+
+bool EngineHarness::StreamPlane(const Planes& planes, int plane)
+{
+    HdrGenerate* engine = HdrGenerate::GetInstance();
+    const bool isMain = plane < 3;
+    const std::vector<uint8_t>& bytes = isMain ? planes.main[plane] : planes.gain[plane - 3];
+    int width = isMain ? planes.mainWidth : planes.gainWidth;
+    int height = isMain ? planes.mainHeight : planes.gainHeight;
+    if (!engine->UpdateDataBegin(plane)) {
+        return false;
+    }
+    uint8_t* target = engine->mappedPlanes[plane];
+    if (target == nullptr || bytes.size() != static_cast<size_t>(width) * height) {
+        engine->UpdateDataEnd(width, height);
+        return false;
+    }
+    std::memcpy(target, bytes.data(), bytes.size());
+    return engine->UpdateDataEnd(width, height);
 }
 
 int EngineHarness::Draw(const GainMapUniforms& u)

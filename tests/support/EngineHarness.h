@@ -65,6 +65,8 @@ public:
     // Streaming mode: writes the six planes one by one between
     // UpdateDataBegin and UpdateDataEnd into the mapped buffers.
     bool Stream(const Planes& planes);
+    // The same for one plane (0 to 5: main Y, U, V, gain Y, U, V).
+    bool StreamPlane(const Planes& planes, int plane);
 
     // Fills the surface with a sentinel, sets every uniform, draws the output
     // as the engine does (pass by pass where its output images need that)

@@ -258,6 +258,9 @@ const std::vector<Workload>& Workloads()
         {"camera24mp_4k",
          "24 MP camera photo (6000x4000, full-size three-channel gain map, offsets 1/64) to 3840x2160", 6000, 4000,
          6000, 4000, true, 3840, 2160, 1.0f / 64.0f},
+        {"camera24mp_halfgain_4k",
+         "24 MP camera photo (6000x4000, half-size three-channel gain map, offsets 1/64) to 3840x2160", 6000, 4000,
+         3000, 2000, true, 3840, 2160, 1.0f / 64.0f},
     };
     return workloads;
 }
@@ -285,7 +288,7 @@ int PlaneHeight(const Workload& workload, int plane)
     return plane < 3 ? workload.mainHeight : workload.gainHeight;
 }
 
-bool StreamPlanes(uint8_t** mapped, const Workload& workload, const PlaneSet& planes)
+bool StreamPlanes(uint8_t** mapped, const Workload& workload, const PlaneSet& planes, Samples* libraryOnly)
 {
     for (int p = 0; p < 6; ++p) {
         int plane = p;
@@ -294,7 +297,13 @@ bool StreamPlanes(uint8_t** mapped, const Workload& workload, const PlaneSet& pl
         if (GpuGenerateHdrUpdateDataBegin(plane) == 0) {
             return false;
         }
+        if (libraryOnly != nullptr) {
+            libraryOnly->Stop();
+        }
         std::memcpy(mapped[p], planes.data(p), static_cast<size_t>(width) * static_cast<size_t>(height));
+        if (libraryOnly != nullptr) {
+            libraryOnly->Start();
+        }
         if (GpuGenerateHdrUpdateDataEnd(width, height) == 0) {
             return false;
         }

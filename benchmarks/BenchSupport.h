@@ -72,9 +72,14 @@ int PlaneHeight(const Workload& workload, int plane);
 // output size the workload's.
 HdrInfo MakeInfo(const Workload& workload, const PlaneSet& planes);
 
+class Samples;
+
 // Writes the six planes through the public Begin / write / End into the
-// mappings a metadata intake returned; false on the first failure.
-bool StreamPlanes(uint8_t** mapped, const Workload& workload, const PlaneSet& planes);
+// mappings a metadata intake returned; false on the first failure. With
+// libraryOnly, that running clock is stopped while the host's bytes are
+// copied in, so that it times the library's calls alone.
+bool StreamPlanes(uint8_t** mapped, const Workload& workload, const PlaneSet& planes,
+                  Samples* libraryOnly = nullptr);
 
 // The headless display (Mesa's surfaceless platform), initialised by Main().
 EGLDisplay Display();

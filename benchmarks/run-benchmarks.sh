@@ -155,11 +155,15 @@ WORKLOADS = [
     ("camera24mp_4k", "24 MP camera photo to 3840 × 2160",
      "6000 × 4000 main image, 6000 × 4000 three-channel gain map, offsets 1/64",
      6000 * 4000, 6000 * 4000, 3840, 2160),
+    ("camera24mp_halfgain_4k", "24 MP camera photo, half-size gain map, to 3840 × 2160",
+     "6000 × 4000 main image, 3000 × 2000 three-channel gain map, offsets 1/64",
+     6000 * 4000, 3000 * 2000, 3840, 2160),
 ]
 
 ROWS = [
     ("picture", "direct", "**Whole picture, direct** (`GpuGenerateHdr(&info)`)"),
     ("picture", "streaming", "**Whole picture, streaming cycle** (6 × Begin/write/End, `SetHdrInfo`, `GpuGenerateHdr()`)"),
+    ("picture", "streaming_library", "Whole picture, streaming cycle, the library's calls alone (the host's copies into the buffers left out)"),
     ("picture", "direct_cold", "Whole picture, direct, cold (`Init` + first picture + `Destroy`)"),
     ("stage", "settings", "Stage: settings read (`LoadSettings`)"),
     ("stage", "upload_direct", "Stage: upload, direct (`UpdateTextures`: 6 × glTexImage2D + APL)"),

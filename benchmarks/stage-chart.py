@@ -16,6 +16,7 @@ WORKLOADS = [
     ("phone12mp_4k", "12 MP phone photo → 3840 × 2160"),
     ("phone12mp_1080p", "12 MP phone photo → 1920 × 1080"),
     ("camera24mp_4k", "24 MP camera photo → 3840 × 2160"),
+    ("camera24mp_halfgain_4k", "24 MP camera photo, half-size gain map → 3840 × 2160"),
 ]
 # (group, stage, label, kind): kind "stage" is a part of a picture, "whole"
 # a whole picture or a limit, drawn for scale.

@@ -58,6 +58,17 @@ constexpr const char* HdrSourceBaseName(const char* path)
         }                                                                      \
     } while (0)
 
+// Takes every error off the GL error queue without logging (drivers may
+// hold several flags: a bounded number is read), so that none is left for
+// later calls. Answers the first, or GL_NO_ERROR.
+static inline GLenum TakeGlErrors()
+{
+    const GLenum first = glGetError();
+    for (int flags = 0; first != GL_NO_ERROR && flags < 8 && glGetError() != GL_NO_ERROR; ++flags) {
+    }
+    return first;
+}
+
 // Takes one error off the GL error queue; logs it and answers false, or
 // answers true when none is pending. Each translation unit gets its own copy.
 static inline bool GL_error_check()

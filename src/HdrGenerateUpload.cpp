@@ -497,10 +497,7 @@ void HdrGenerate::PackStreamedGainMap()
     }
     glBindBuffer(GL_COPY_READ_BUFFER, 0);
     if (!mapped) {
-        error = glGetError();
-        // Drivers may hold several error flags; none is left for later calls.
-        for (int flags = 0; flags < 8 && glGetError() != GL_NO_ERROR; ++flags) {
-        }
+        error = TakeGlErrors();
     }
     if (!packed) {
         // Not fatal: the draw samples the three planes instead.

@@ -1,6 +1,7 @@
 // GL side of the packed gain map: storage, the banded fill, teardown.
 #include "HdrPackedGainMap.h"
 
+#include "HdrCommon.h"
 #include "HdrGainMapVariant.h"
 
 #include <algorithm>
@@ -31,12 +32,9 @@ bool PackedGainMap::Upload(GLenum unit, const uint8_t* y, const uint8_t* u, cons
                                 staging_.data());
         glTexSubImage2D(GL_TEXTURE_2D, 0, 0, row, width, rows, GL_RGBA, GL_UNSIGNED_BYTE, staging_.data());
     }
-    const GLenum error = glGetError();
+    const GLenum error = TakeGlErrors();
     if (error != GL_NO_ERROR) {
         *glError = error;
-        // Drivers may hold several error flags; none is left for later calls.
-        for (int flags = 0; flags < 8 && glGetError() != GL_NO_ERROR; ++flags) {
-        }
         // A texture left without storage must not be taken for a good one.
         glDeleteTextures(1, &texture_);
         texture_ = 0;

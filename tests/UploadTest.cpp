@@ -49,6 +49,13 @@ protected:
         ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
     }
 
+    // A 9 x 7 gain map beside a 23 x 11 picture, drawn at 23 x 11, streamed
+    // after the first intake; false when any step failed.
+    static bool StreamSmallPicture(EngineHarness& harness, const Planes& planes)
+    {
+        return harness.ok() && harness.Intake(planes, 23, 11) == 0 && harness.Stream(planes);
+    }
+
     // The packed gain map is current, bound on its own unit, and every texel
     // is (y, u, v, 255) of the gain map's planes.
     void ExpectPackedTexelsHold(const Planes& planes)
@@ -708,10 +715,8 @@ TEST_F(Upload, StreamedGainMapIsPackedOnlyWhenWholeAndWorthIt)
     {
         SCOPED_TRACE("the next picture's gain map streamed in part");
         EngineHarness harness(23, 11, display_, true);
-        ASSERT_TRUE(harness.ok());
         const Planes planes = MakePlanes(23, 11, 9, 7, 52);
-        ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
-        ASSERT_TRUE(harness.Stream(planes));
+        ASSERT_TRUE(StreamSmallPicture(harness, planes));
         ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
         HdrGenerate* e = HdrGenerate::GetInstance();
         ASSERT_TRUE(e->packedGain.Current());
@@ -727,49 +732,75 @@ TEST_F(Upload, StreamedGainMapIsPackedOnlyWhenWholeAndWorthIt)
             EXPECT_EQ(message.find("ERROR"), std::string::npos) << "no packing was even tried: " << message;
         }
     }
-    {
-        SCOPED_TRACE("flat chroma");
-        EngineHarness harness(23, 11, display_, true);
+    struct Unpacked {
+        const char* what;
+        int outputWidth;
+        int outputHeight;
+        bool flatChroma;
+        bool gpu;
+    };
+    const Unpacked unpacked[] = {
+        {"flat chroma", 23, 11, true, false},
+        {"the last picture sampled its gain map texel for texel", 9, 7, false, false},
+        {"renderer sampling on a GPU", 23, 11, false, true},
+    };
+    for (const Unpacked& c : unpacked) {
+        SCOPED_TRACE(c.what);
+        EngineHarness harness(c.outputWidth, c.outputHeight, display_, true);
         ASSERT_TRUE(harness.ok());
         Planes planes = MakePlanes(23, 11, 9, 7, 53);
-        planes.gain[1].assign(planes.gain[1].size(), 128);
-        planes.gain[2].assign(planes.gain[2].size(), 140);
-        ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
+        if (c.flatChroma) {
+            planes.gain[1].assign(planes.gain[1].size(), 128);
+            planes.gain[2].assign(planes.gain[2].size(), 140);
+        }
+        if (c.gpu) {
+            HdrGenerate::GetInstance()->packGainMaps = false;
+        }
+        ASSERT_EQ(harness.Intake(planes, c.outputWidth, c.outputHeight), 0);
         ASSERT_TRUE(harness.Stream(planes));
         EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
-        EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
-    }
-    {
-        SCOPED_TRACE("the last picture sampled its gain map texel for texel");
-        EngineHarness harness(9, 7, display_, true);
-        ASSERT_TRUE(harness.ok());
-        const Planes planes = MakePlanes(23, 11, 9, 7, 54);
-        ASSERT_EQ(harness.Intake(planes, 9, 7), 0);
-        ASSERT_TRUE(harness.Stream(planes));
         EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
     }
     {
         SCOPED_TRACE("this picture samples its gain map texel for texel");
         EngineHarness harness(23, 11, display_, true);
-        ASSERT_TRUE(harness.ok());
         const Planes planes = MakePlanes(23, 11, 9, 7, 55);
-        ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
-        ASSERT_TRUE(harness.Stream(planes));
+        ASSERT_TRUE(StreamSmallPicture(harness, planes));
         ASSERT_TRUE(HdrGenerate::GetInstance()->packedGain.Current());
         ASSERT_EQ(harness.Intake(planes, 9, 7), 0);
         EXPECT_FALSE(HdrGenerate::GetInstance()->packedGain.Current());
         EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u) << "its memory handed back";
     }
-    {
-        SCOPED_TRACE("renderer sampling on a GPU");
-        EngineHarness harness(23, 11, display_, true);
-        ASSERT_TRUE(harness.ok());
-        HdrGenerate::GetInstance()->packGainMaps = false;
-        const Planes planes = MakePlanes(23, 11, 9, 7, 56);
-        ASSERT_EQ(harness.Intake(planes, 23, 11), 0);
-        ASSERT_TRUE(harness.Stream(planes));
-        EXPECT_EQ(HdrGenerate::GetInstance()->packedGain.Texture(), 0u);
+}
+
+// A streamed gain map whose buffers cannot be mapped again for reading is
+// drawn from its planes: the failure is logged with its GL error, none is
+// left pending, the buffers that were mapped are released, and the next
+// picture packs again.
+TEST_F(Upload, StreamedGainMapThatCannotBeReadBackIsSampledApart)
+{
+    EngineHarness harness(23, 11, display_, true);
+    const Planes planes = MakePlanes(23, 11, 9, 7, 58);
+    LogCapture capture;
+    faults::FailReadMappings(1);  // the gain map's Y buffer; U and V map
+    ASSERT_TRUE(StreamSmallPicture(harness, planes));
+    HdrGenerate* e = HdrGenerate::GetInstance();
+    EXPECT_FALSE(e->packedGain.Current());
+    bool logged = false;
+    for (const std::string& message : capture.Messages()) {
+        logged = logged || message.find("packing the gain map's planes failed (GL error 0x505); they are sampled "
+                                        "apart") != std::string::npos;
     }
+    EXPECT_TRUE(logged);
+    ASSERT_TRUE(HdrRender::GetInstance()->Bind());
+    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+    ASSERT_TRUE(HdrRender::GetInstance()->Unbind());
+    ExpectTexturesHold(planes);
+
+    ASSERT_EQ(harness.Intake(planes, 23, 11), 0) << "every buffer mapped again for the host";
+    const Planes next = MakePlanes(23, 11, 9, 7, 59);
+    ASSERT_TRUE(harness.Stream(next));
+    ExpectPackedTexelsHold(next);
 }
 
 // A streaming intake that re-defines the gain map's textures at a new size

@@ -26,6 +26,7 @@ std::atomic<int> makeCurrentSkips{0};
 std::atomic<int> destroyContextFailures{0};
 std::atomic<int> chooseConfigFailures{0};
 std::atomic<int> createContextFailures{0};
+std::atomic<int> readMappingFailures{0};
 std::atomic<bool> currentDisplayHidden{false};
 std::atomic<int> makeCurrentCalls{0};
 std::atomic<int> destroyContextCalls{0};
@@ -63,6 +64,7 @@ void FailMakeCurrent(int count, int skip)
 void FailDestroyContext(int count) { destroyContextFailures = count; }
 void FailChooseConfig(int count) { chooseConfigFailures = count; }
 void FailCreateContext(int count) { createContextFailures = count; }
+void FailReadMappings(int count) { readMappingFailures = count; }
 void HideCurrentDisplay(bool hide) { currentDisplayHidden = hide; }
 void QueueGlError(GLenum error)
 {
@@ -109,6 +111,7 @@ void Reset()
     destroyContextFailures = 0;
     chooseConfigFailures = 0;
     createContextFailures = 0;
+    readMappingFailures = 0;
     currentDisplayHidden = false;
     makeCurrentCalls = 0;
     destroyContextCalls = 0;
@@ -227,6 +230,16 @@ GLenum glClientWaitSync(GLsync sync, GLbitfield flags, GLuint64 timeout)
     }
     static const auto real = Real<GLenum (*)(GLsync, GLbitfield, GLuint64)>("glClientWaitSync");
     return real(sync, flags, timeout);
+}
+
+void* glMapBufferRange(GLenum target, GLintptr offset, GLsizeiptr length, GLbitfield access)
+{
+    if ((access & GL_MAP_READ_BIT) != 0 && TakeOne(readMappingFailures)) {
+        QueueGlError(GL_OUT_OF_MEMORY);
+        return nullptr;
+    }
+    static const auto real = Real<void* (*)(GLenum, GLintptr, GLsizeiptr, GLbitfield)>("glMapBufferRange");
+    return real(target, offset, length, access);
 }
 
 GLenum glCheckFramebufferStatus(GLenum target)

@@ -34,6 +34,9 @@ void QueueEglError(EGLint error);
 void SetClientWaitResult(GLenum result, int count = 1);
 // The sync handles glClientWaitSync was called with since the last Reset.
 std::vector<GLsync> WaitedSyncs();
+// The next count glMapBufferRange calls that ask to read answer NULL with
+// GL_OUT_OF_MEMORY, as a driver that cannot map the buffer would.
+void FailReadMappings(int count = 1);
 // Queues a status for glCheckFramebufferStatus to answer instead of the driver.
 void QueueFramebufferStatus(GLenum status);
 // Number of calls that reached the interposed functions since the last Reset.
